@@ -1,0 +1,60 @@
+/* The error registry: maps (registration handle, error number) to a message
+ * text and a help context. Modules register their texts from an error message
+ * file, an error table resource or a library; every function answers one of
+ * the status codes below. */
+#ifndef KOVA_ERRREG_H
+#define KOVA_ERRREG_H
+
+#include "kova/kernel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum {
+    ERR_REG_OK = 0,
+    ERR_REG_UNKNOWN = 1,
+    ERR_REG_CANT_OPEN_FILE = 2,
+    ERR_REG_CANT_LOCATE_FILE = 3,
+    ERR_REG_NOT_REGISTERED = 4,
+    ERR_REG_MEMORY = 5,
+    ERR_REG_NO_RECORDS = 6,
+    ERR_REG_NULL_POINTER = 7,
+    ERR_REG_RECORD_NOT_FOUND = 8,
+    ERR_REG_INVALID_LINE = 9,
+    ERR_REG_HELP_FAILED = 10,
+    ERR_REG_CANT_FIND_RESOURCE = 11,
+    ERR_REG_CANT_LOAD_RESOURCE = 12,
+    ERR_REG_CANT_LOCK_RESOURCE = 13,
+    ERR_REG_INVALID_INFO_LINE = 14,
+    ERR_REG_NO_MESSAGE = 15,
+    ERR_REG_NULL_INSTANCE = 16,
+    ERR_REG_INVALID_HANDLE = 17
+};
+
+/* The procedure that ErrRegisterDLL calls in a library: it gives the error
+ * lines in the error table resource's form (lines separated by line feeds),
+ * stores their length in `*sizeOut`, and returns null when it has none. The
+ * text stays owned by the library. */
+typedef const char* (*ErrLinesProc)(size_t* sizeOut);
+
+KV_API int ErrRegisterFile(const char* moduleName, const char* fileName, const char* helpFile,
+                           uint16_t* handleOut);
+KV_API int ErrRegisterRes(const char* moduleName, kvModule instance, const char* resourceName,
+                          const char* resourceType, const char* helpFile, uint16_t* handleOut);
+KV_API int ErrRegisterDLL(const char* moduleName, const char* libraryName,
+                          const char* procedureName, const char* helpFile, uint16_t* handleOut);
+KV_API int ErrUnRegisterFile(uint16_t handle);
+KV_API int ErrUnRegisterRes(uint16_t handle);
+KV_API int ErrUnRegisterDLL(uint16_t handle);
+KV_API int ErrGetMsg(uint16_t handle, int16_t errorNumber, char* buffer, size_t bufferSize);
+KV_API int ErrGetHelpInfo(uint16_t handle, int16_t errorNumber, uint16_t* helpContextOut,
+                          char* helpFileBuffer, size_t bufferSize);
+KV_API int ErrShowHelp(uint16_t handle, int16_t errorNumber);
+KV_API int ErrGetRegErrorString(int code, char* buffer, size_t bufferSize);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KOVA_ERRREG_H */

@@ -1,0 +1,24 @@
+/* Compiled-in resources of a module on POSIX, where modules carry no resource
+ * section: a module exports an array named `kvModuleResources`, ended by an
+ * entry whose data is null. Types and names are those of Windows resources:
+ * a small integer (KV_RESOURCE_ID) or a string. String resources have type
+ * KV_RT_STRING, the string number as name and the text as data. */
+#ifndef KOVA_RESOURCES_H
+#define KOVA_RESOURCES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#define KV_RESOURCE_ID(n) ((const char*)(uintptr_t)(n))
+#define KV_RESOURCE_IS_ID(p) (((uintptr_t)(p)) <= 0xFFFFu)
+#define KV_RT_STRING KV_RESOURCE_ID(6)
+#define KV_RT_RCDATA KV_RESOURCE_ID(10)
+
+typedef struct kvResource {
+    const char* type; /* KV_RESOURCE_ID(n) or a type name */
+    const char* name; /* KV_RESOURCE_ID(n) or a resource name */
+    const void* data; /* the bytes; null ends the table */
+    size_t size;      /* number of bytes */
+} kvResource;
+
+#endif /* KOVA_RESOURCES_H */

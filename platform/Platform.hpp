@@ -1,0 +1,63 @@
+// Every operating-system service the library uses, behind one small interface.
+// The POSIX implementation maps dynamic libraries to dlopen, resources to
+// compiled-in tables, movable memory to plain handles and user interface to
+// host hooks. Nothing outside this folder calls the operating system.
+#pragma once
+
+#include "kova/host.h"
+#include "kova/kernel.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace kova::platform {
+
+// ---- heap: every allocation of the library goes through these ----
+void* allocate(size_t size);       // uninitialised block, or null
+void* allocateZeroed(size_t size); // zero-filled block, or null
+void* reallocate(void* block, size_t size); // null on failure, the old block intact
+void release(void* block);         // null does nothing
+char* duplicate(const char* text); // heap copy, or null (also for a null text)
+
+// ---- dynamic libraries ----
+// Loads a class library by its table name ("KOVA32.DLL"); on failure returns
+// null and stores the system's error code in `*systemError`.
+kvModule loadLibrary(const char* name, long* systemError);
+kvProc findProcedure(kvModule module, const char* name);
+void freeLibrary(kvModule module);
+// The file a loaded module came from, or an empty string.
+std::string moduleFileName(kvModule module);
+// The kernel library's own module.
+kvModule kernelModule();
+// The system's last error code for the calling thread.
+long lastError();
+
+// ---- resources ----
+// The bytes of a resource of `module`, or an empty span when it has none.
+std::span<const std::byte> findResource(kvModule module, const char* name, const char* type);
+// Copies string resource `id` of `module` into `buffer` (at most size - 1
+// characters and a terminator); answers the characters copied, 0 when absent.
+int loadString(kvModule module, unsigned id, char* buffer, size_t size);
+
+// ---- movable memory (handles that are locked around each use) ----
+using MemoryHandle = void*;
+MemoryHandle globalAlloc(size_t size); // zero-filled, or null
+MemoryHandle globalReAlloc(MemoryHandle handle, size_t size); // null on failure, old kept
+void* globalLock(MemoryHandle handle);
+void globalUnlock(MemoryHandle handle);
+void globalFree(MemoryHandle handle);
+size_t globalSize(MemoryHandle handle);
+
+// ---- user interface, through the host's hooks ----
+int messageBox(const char* text, const char* caption, unsigned style);
+bool showHelp(const char* helpFile, unsigned command, uintptr_t data);
+void runErrorDialog(struct kvErrorDialog* dialog);
+
+// ---- system ----
+uint64_t availablePhysicalMemory();
+// Where the class hierarchy dump is written.
+std::string hierarchyDumpPath();
+
+} // namespace kova::platform

@@ -1,0 +1,112 @@
+// Dynamic libraries on POSIX. Class libraries are named in tables by their
+// 8.3 Windows names; "NAME.DLL" maps to "libname.so" (lower case), looked for
+// first beside the kernel library and then on the loader's search path.
+#include "platform/Platform.hpp"
+
+#include <cctype>
+#include <cerrno>
+#include <dlfcn.h>
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+long lastSystemError = 0;
+
+bool endsWithDll(const std::string& name) {
+    if (name.size() < 4) return false;
+    const std::string tail = name.substr(name.size() - 4);
+    return tail[0] == '.' && std::tolower(static_cast<unsigned char>(tail[1])) == 'd' &&
+           std::tolower(static_cast<unsigned char>(tail[2])) == 'l' &&
+           std::tolower(static_cast<unsigned char>(tail[3])) == 'l';
+}
+
+// "KOVA32.DLL" -> "libkova32.so"; any other name is used as it stands.
+std::string posixLibraryName(const char* name) {
+    std::string text(name);
+    if (!endsWithDll(text) || text.find('/') != std::string::npos) return text;
+    std::string base = text.substr(0, text.size() - 4);
+    for (char& c : base)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return "lib" + base + ".so";
+}
+
+std::string directoryOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+bool fileExists(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+} // namespace
+
+namespace kova::platform {
+
+kvModule kernelModule() {
+    static kvModule self = [] {
+        Dl_info info{};
+        if (!::dladdr(reinterpret_cast<void*>(&kernelModule), &info) || !info.dli_fname)
+            return kvModule{};
+        // The kernel is loaded already; this only finds its handle.
+        kvModule handle = ::dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+        if (handle) ::dlclose(handle);
+        return handle;
+    }();
+    return self;
+}
+
+std::string moduleFileName(kvModule module) {
+    if (!module) return {};
+    void* any = ::dlsym(module, "kvModuleResources");
+    if (!any) any = ::dlsym(module, "_init");
+    Dl_info info{};
+    if (any && ::dladdr(any, &info) && info.dli_fname) return info.dli_fname;
+    return {};
+}
+
+kvModule loadLibrary(const char* name, long* systemError) {
+    if (!name || !*name) {
+        lastSystemError = EINVAL;
+        if (systemError) *systemError = lastSystemError;
+        return nullptr;
+    }
+    const std::string fileName = posixLibraryName(name);
+    std::string candidates[2];
+    size_t count = 0;
+    if (fileName.find('/') == std::string::npos) {
+        const std::string beside = directoryOf(moduleFileName(kernelModule())) + fileName;
+        if (beside != fileName) candidates[count++] = beside;
+    }
+    candidates[count++] = fileName;
+    for (size_t i = 0; i < count; ++i) {
+        if (i + 1 < count && !fileExists(candidates[i])) continue;
+        if (kvModule module = ::dlopen(candidates[i].c_str(), RTLD_NOW | RTLD_LOCAL)) {
+            lastSystemError = 0;
+            return module;
+        }
+    }
+    lastSystemError = fileExists(candidates[0]) ? ENOEXEC : ENOENT;
+    if (systemError) *systemError = lastSystemError;
+    return nullptr;
+}
+
+kvProc findProcedure(kvModule module, const char* name) {
+    if (!module || !name) return nullptr;
+    void* symbol = ::dlsym(module, name);
+    if (!symbol) {
+        lastSystemError = ENOENT;
+        return nullptr;
+    }
+    return reinterpret_cast<kvProc>(symbol);
+}
+
+void freeLibrary(kvModule module) {
+    if (module) ::dlclose(module);
+}
+
+long lastError() { return lastSystemError; }
+
+} // namespace kova::platform
