@@ -8,11 +8,15 @@
 namespace {
 
 long allocationsBeforeFailure = -1; // -1: never fail
+bool failOnlyOnce = false;          // the failure ends the failing
 unsigned long allocationCount = 0;
 
 // Counts one allocation; false when the test switch says this one fails.
 bool admitAllocation() {
-    if (allocationsBeforeFailure == 0) return false;
+    if (allocationsBeforeFailure == 0) {
+        if (failOnlyOnce) allocationsBeforeFailure = -1;
+        return false;
+    }
     if (allocationsBeforeFailure > 0) --allocationsBeforeFailure;
     ++allocationCount;
     return true;
@@ -51,6 +55,12 @@ char* duplicate(const char* text) {
 
 extern "C" KV_API void kvDebugFailAllocAfter(long count) {
     allocationsBeforeFailure = count < 0 ? -1 : count;
+    failOnlyOnce = false;
+}
+
+extern "C" KV_API void kvDebugFailAllocOnce(long count) {
+    allocationsBeforeFailure = count < 0 ? -1 : count;
+    failOnlyOnce = true;
 }
 
 extern "C" KV_API unsigned long kvDebugAllocCount(void) { return allocationCount; }

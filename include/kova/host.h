@@ -38,6 +38,8 @@ KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
 /* Allocation failure for tests: after `count` more successful allocations of
  * the library every allocation fails, until called with -1. */
 KV_API void kvDebugFailAllocAfter(long count);
+/* The same, but only that one allocation fails; the ones after it succeed. */
+KV_API void kvDebugFailAllocOnce(long count);
 /* Allocations the library has made since it was loaded. */
 KV_API unsigned long kvDebugAllocCount(void);
 

@@ -124,7 +124,10 @@ enum {
     KV_OBJ_PERSISTENT = 0x0001      /* a persistent property */
 };
 
-/* An object: a header naming its class and owning one instance data block. */
+/* An object: a header naming its class and owning one instance data block.
+ * Each class of the chain owns the bytes from its dataOffset on; the root
+ * class owns the first 2, so a slice has no particular alignment and classes
+ * declare their instance data inside #pragma pack(push, 1) ... pack(pop). */
 struct kvObjectHeader {
     uint16_t flags;          /* KV_OBJ_* bits and class-owned bits */
     void* data;              /* instance data block, null when the chain adds none */

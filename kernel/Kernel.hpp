@@ -1,0 +1,35 @@
+// What the kernel's own files share with one another and with the error
+// classes: pieces of one mechanism that live in different files.
+#pragma once
+
+#include "kova/kernel.h"
+
+namespace kova::kernel {
+
+// Method cache of a class (Dispatch.cpp). `createMethodCache` answers false
+// when no memory could be had; the class then works without a cache.
+bool createMethodCache(kvClass cls);
+void freeMethodCache(kvClass cls);
+
+// True when an event of the object (after forwarding) is being fired now
+// (Notify.cpp).
+bool isFiring(kvObject obj);
+
+// Shows a kernel failure in a system-modal message box (Lifecycle.cpp):
+// `format` is formatted with the trailing values as printf does.
+void showKernelMessage(const char* caption, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// Deletes every error of the stack whose newest error is `error` (RaiseError.cpp).
+void discardErrors(kvObject error);
+
+// Leaves an error made without a slot (kvMakeError) in `*errSlot`, stacked on
+// the error already there; without a slot the error is deleted.
+void storeError(kvObject* errSlot, kvObject error);
+
+// The message box captions of kernel failures.
+inline constexpr const char* kernelErrorCaption = "KOVA Kernel Error";
+inline constexpr const char* criticalErrorCaption = "Critical KOVA Kernel Error";
+inline constexpr const char* errorCaption = "KOVA Error";
+
+} // namespace kova::kernel

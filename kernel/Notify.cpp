@@ -1,0 +1,313 @@
+// Named notifications. An object's header holds its events; each event holds
+// its subscribers in priority order, ended by a record of priority 32767.
+// A subscription deleted during a firing is only marked, and the lists are
+// cleaned when the firing is over.
+#include "kernel/Kernel.hpp"
+#include "platform/Platform.hpp"
+
+#include <cstring>
+
+struct kvSubscriber {
+    kvSubscriber* next;               // next subscriber, in delivery order
+    kvObject subscriber;              // receiver of the method; 0 once deleted mid-firing
+    int16_t priority;                 // lower first; 32767 marks the end record
+    char method[KV_METHOD_NAME_SIZE]; // method sent to the subscriber
+};
+
+struct kvEvent {
+    kvEvent* next;                      // next event of the same object
+    char name[KV_EVENT_NAME_SIZE];      // event name
+    uint16_t flags;                     // eventFiring while being fired
+    kvSubscriber* subscribers;          // ends with the end record
+};
+
+namespace {
+
+constexpr uint16_t eventFiring = 0x0001;
+constexpr int16_t endPriority = 32767;
+// A chain of forwarders longer than this is taken for a cycle.
+constexpr int maxForwardHops = 256;
+
+bool isEndRecord(const kvSubscriber* record) { return record->next == nullptr; }
+
+bool validEventName(const char* name) {
+    return name && ::strnlen(name, KV_EVENT_NAME_SIZE) < KV_EVENT_NAME_SIZE;
+}
+
+bool sameEventName(const kvEvent* event, const char* name) {
+    return std::strncmp(event->name, name, KV_EVENT_NAME_SIZE) == 0;
+}
+
+bool sameMethod(const kvSubscriber* record, const char* method) {
+    return std::strncmp(record->method, method, KV_METHOD_NAME_SIZE) == 0;
+}
+
+// Finds an event of the object and moves it to the front of its list.
+kvEvent* findEvent(kvObject obj, const char* name) {
+    kvEvent* previous = nullptr;
+    for (kvEvent* event = obj->events; event; previous = event, event = event->next) {
+        if (!sameEventName(event, name)) continue;
+        if (previous) {
+            previous->next = event->next;
+            event->next = obj->events;
+            obj->events = event;
+        }
+        return event;
+    }
+    return nullptr;
+}
+
+void freeEvent(kvEvent* event) {
+    for (kvSubscriber* record = event->subscribers; record;) {
+        kvSubscriber* next = record->next;
+        kova::platform::release(record);
+        record = next;
+    }
+    kova::platform::release(event);
+}
+
+void unlinkEvent(kvObject obj, kvEvent* event) {
+    for (kvEvent** link = &obj->events; *link; link = &(*link)->next) {
+        if (*link == event) {
+            *link = event->next;
+            return;
+        }
+    }
+}
+
+// A new event with only its end record, or null when memory ran out.
+kvEvent* newEvent(const char* name) {
+    auto* event = static_cast<kvEvent*>(kova::platform::allocateZeroed(sizeof(kvEvent)));
+    auto* end = static_cast<kvSubscriber*>(kova::platform::allocateZeroed(sizeof(kvSubscriber)));
+    if (!event || !end) {
+        kova::platform::release(event);
+        kova::platform::release(end);
+        return nullptr;
+    }
+    std::strncpy(event->name, name, KV_EVENT_NAME_SIZE - 1);
+    end->priority = endPriority;
+    event->subscribers = end;
+    return event;
+}
+
+// Inserts a subscription before the first record of higher priority. A record
+// ahead of that place with the same subscriber and method is a duplicate
+// (answered with the duplicate); a priority that finds no place before the end
+// record is dropped (answered null, nothing inserted).
+kvSubscriber* insertSubscriber(kvEvent* event, kvSubscriber* fresh, bool* inserted) {
+    *inserted = false;
+    for (kvSubscriber** link = &event->subscribers; *link; link = &(*link)->next) {
+        kvSubscriber* record = *link;
+        if (record->subscriber == fresh->subscriber && sameMethod(record, fresh->method))
+            return record;
+        if (record->priority > fresh->priority) {
+            fresh->next = record;
+            *link = fresh;
+            *inserted = true;
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+// Removes the marked records of the events not being fired now; answers
+// whether any marked record had to be left for later.
+bool removeMarkedSubscribers(kvObject obj) {
+    bool leftForLater = false;
+    for (kvEvent** link = &obj->events; *link;) {
+        kvEvent* event = *link;
+        if (event->flags & eventFiring) {
+            leftForLater = true;
+            link = &event->next;
+            continue;
+        }
+        for (kvSubscriber** record = &event->subscribers; !isEndRecord(*record);) {
+            if ((*record)->subscriber) {
+                record = &(*record)->next;
+                continue;
+            }
+            kvSubscriber* dead = *record;
+            *record = dead->next;
+            kova::platform::release(dead);
+        }
+        if (isEndRecord(event->subscribers)) {
+            *link = event->next;
+            freeEvent(event);
+        } else {
+            link = &event->next;
+        }
+    }
+    return leftForLater;
+}
+
+// Sends each subscriber of the event its method with the firing's list. With
+// `stopAtAnswer`, stops at the first non-zero answer and returns it.
+kvResult fire(kvObject* errSlot, const kvArgs* args, bool stopAtAnswer) {
+    const auto notifier = reinterpret_cast<kvObject>(kvArgAt(args, 0));
+    const auto* name = reinterpret_cast<const char*>(kvArgAt(args, 1));
+    if (!notifier || !validEventName(name)) return 0;
+    if (!(notifier->flags & KV_OBJ_HAS_EVENTS) || (notifier->flags & KV_OBJ_SILENT)) return 0;
+    const kvObject holder = kvResolveForwards(notifier);
+    if (!holder) return 0;
+    kvEvent* event = findEvent(holder, name);
+    if (!event || (event->flags & eventFiring)) return 0;
+
+    event->flags |= eventFiring;
+    kvResult answer = 0;
+    for (kvSubscriber* record = event->subscribers; !isEndRecord(record);) {
+        kvSubscriber* next = record->next;
+        if (record->subscriber) {
+            char method[KV_METHOD_NAME_SIZE + 1] = {};
+            std::memcpy(method, record->method, KV_METHOD_NAME_SIZE);
+            answer = kvSendMethNA(errSlot, record->subscriber, method, args);
+            if (stopAtAnswer && answer) break;
+        }
+        record = next;
+    }
+    event->flags &= static_cast<uint16_t>(~eventFiring);
+    if (holder->flags & KV_OBJ_NEEDS_CLEANING) kvCleanObject(holder);
+    return stopAtAnswer ? answer : 0;
+}
+
+} // namespace
+
+namespace kova::kernel {
+
+bool isFiring(kvObject obj) {
+    const kvObject holder = kvResolveForwards(obj);
+    if (!holder) return false;
+    for (const kvEvent* event = holder->events; event; event = event->next)
+        if (event->flags & eventFiring) return true;
+    return false;
+}
+
+} // namespace kova::kernel
+
+extern "C" {
+
+KV_API kvObject kvResolveForwards(kvObject obj) {
+    for (int hops = 0; obj && (obj->flags & KV_OBJ_FORWARDER); ++hops) {
+        if (hops == maxForwardHops) return nullptr;
+        obj = reinterpret_cast<kvObject>(kvSendMeth(nullptr, obj, "getForward"));
+    }
+    return obj;
+}
+
+// Answers 1 when this subscription gave the notifier (as named) its first
+// event, 0 for any other success, -1 on failure (with an error in the slot for
+// lack of memory, a duplicate or a null argument).
+KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                  kvObject subscriber, const char* methodName,
+                                  int16_t priority) {
+    using kova::kernel::storeError;
+    if (!notifier || !validEventName(eventName) || !subscriber || !methodName) {
+        storeError(errSlot, kvMakeError(3443));
+        return -1;
+    }
+    const kvObject holder = kvResolveForwards(notifier);
+    if (!holder) return -1;
+
+    kvEvent* event = findEvent(holder, eventName);
+    bool eventIsNew = false;
+    if (!event) {
+        event = newEvent(eventName);
+        if (!event) {
+            storeError(errSlot, kvMakeError(3429));
+            return -1;
+        }
+        event->next = holder->events;
+        holder->events = event;
+        eventIsNew = true;
+    }
+    auto* fresh = static_cast<kvSubscriber*>(kova::platform::allocateZeroed(sizeof(kvSubscriber)));
+    if (!fresh) {
+        if (eventIsNew) {
+            unlinkEvent(holder, event);
+            freeEvent(event);
+        }
+        storeError(errSlot, kvMakeError(3429));
+        return -1;
+    }
+    fresh->subscriber = subscriber;
+    fresh->priority = priority;
+    std::strncpy(fresh->method, methodName, KV_METHOD_NAME_SIZE);
+
+    bool inserted = false;
+    if (insertSubscriber(event, fresh, &inserted)) {
+        kova::platform::release(fresh);
+        storeError(errSlot, kvMakeError(3467, kvClassName(subscriber->cls), eventName,
+                                        kvClassName(notifier->cls)));
+        return -1;
+    }
+    if (!inserted) kova::platform::release(fresh);
+    if (inserted && !(notifier->flags & KV_OBJ_HAS_EVENTS)) {
+        notifier->flags |= KV_OBJ_HAS_EVENTS;
+        return 1;
+    }
+    return 0;
+}
+
+// Answers 1 when the notifier has no events left, 0 when the subscription was
+// removed and others remain, -1 when it was not found, only marked (during a
+// firing) or an argument was null.
+KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier,
+                                     const char* eventName, kvObject subscriber,
+                                     const char* methodName) {
+    if (!notifier || !eventName || !subscriber || !methodName) {
+        kova::kernel::storeError(errSlot, kvMakeError(3443));
+        return -1;
+    }
+    const kvObject holder = kvResolveForwards(notifier);
+    if (!holder) return -1;
+    for (kvEvent* event = holder->events; event; event = event->next) {
+        if (!sameEventName(event, eventName)) continue;
+        for (kvSubscriber** link = &event->subscribers; !isEndRecord(*link);
+             link = &(*link)->next) {
+            kvSubscriber* record = *link;
+            if (record->subscriber != subscriber || !sameMethod(record, methodName)) continue;
+            if (event->flags & eventFiring) {
+                record->subscriber = nullptr;
+                holder->flags |= KV_OBJ_NEEDS_CLEANING;
+                return -1;
+            }
+            *link = record->next;
+            kova::platform::release(record);
+            if (!isEndRecord(event->subscribers)) return 0;
+            unlinkEvent(holder, event);
+            freeEvent(event);
+            if (holder->events) return 0;
+            holder->flags &= static_cast<uint16_t>(~KV_OBJ_HAS_EVENTS);
+            return 1;
+        }
+    }
+    return -1;
+}
+
+KV_API void kvFireNotificationNA(kvObject* errSlot, const kvArgs* args) {
+    fire(errSlot, args, false);
+}
+
+KV_API kvResult kvFireNotificationTermNA(kvObject* errSlot, const kvArgs* args) {
+    return fire(errSlot, args, true);
+}
+
+KV_API void kvClearNotifications(kvObject obj) {
+    if (!obj) return;
+    for (kvEvent* event = obj->events; event;) {
+        kvEvent* next = event->next;
+        freeEvent(event);
+        event = next;
+    }
+    obj->events = nullptr;
+}
+
+// Events being fired keep their marked records (and the object its flag)
+// until their firing ends, so a firing never walks freed records.
+KV_API void kvCleanObject(kvObject obj) {
+    const kvObject holder = kvResolveForwards(obj);
+    if (!holder) return;
+    if (!removeMarkedSubscribers(holder))
+        holder->flags &= static_cast<uint16_t>(~KV_OBJ_NEEDS_CLEANING);
+}
+
+} // extern "C"

@@ -1,0 +1,187 @@
+// Error objects: the message and help context, stacking in one slot, the
+// collection list and its trimming, deletion, and the error dialog's logic.
+#include "kova/errdialog.h"
+#include "tests/KernelFixture.hpp"
+
+#include <string>
+#include <vector>
+
+namespace kova::test {
+namespace {
+
+class ErrorObjectTest : public KernelTest {
+  protected:
+    kvObject error = nullptr;
+    kvObject shape = nullptr;
+    void SetUp() override {
+        KernelTest::SetUp();
+        shape = kvNewObject(&error, "Shape", 3);
+    }
+    void TearDown() override {
+        clearErrors(error);
+        kvDelObject(nullptr, shape);
+        KernelTest::TearDown();
+    }
+    static kvObject next(kvObject e) { return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj")); }
+    static kvObject prev(kvObject e) { return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getPrevESObj")); }
+    static std::string source(kvObject e) {
+        return reinterpret_cast<const char*>(kvSendMeth(nullptr, e, "getSource"));
+    }
+};
+
+TEST_F(ErrorObjectTest, MessageIsFormattedAndHelpContextCutOff) {
+    kvSendMeth(&error, shape, "error", "Shape", 3441, 7, "Width");
+    EXPECT_EQ(errorMessage(error), "The specified index 7 is an invalid index. This error was "
+                                   "encountered in an object whose name is: Width.");
+    EXPECT_EQ(kvSendMeth(nullptr, error, "getHelpFileContextID"), 4016);
+    EXPECT_EQ(source(error), "Shape");
+    EXPECT_EQ(kvSendMeth(nullptr, error, "isA", "KOVAErr"), -1);
+}
+
+TEST_F(ErrorObjectTest, UnknownNumberHasTheNotFoundMessage) {
+    kvSendMeth(&error, shape, "error", "Shape", 3486);
+    EXPECT_EQ(errorMessage(error), "Message for error not found in registry.");
+    EXPECT_EQ(kvSendMeth(nullptr, error, "getHelpFileContextID"), 0);
+}
+
+TEST_F(ErrorObjectTest, TwoErrorsInOneSlotFormAStackNewestFirst) {
+    kvSendMeth(&error, shape, "error", "Shape", 3443);
+    const kvObject first = error;
+    kvSendMeth(&error, shape, "error", "Shape", 3429);
+    const kvObject second = error;
+    EXPECT_NE(first, second);
+    EXPECT_EQ(next(second), first);
+    EXPECT_EQ(prev(first), second);
+    // deleteTopError leaves the older one in the slot.
+    kvSendMeth(&error, second, "deleteTopError");
+    EXPECT_EQ(error, first);
+    EXPECT_EQ(prev(first), nullptr);
+    EXPECT_EQ(errorCode(error), 3443);
+}
+
+TEST_F(ErrorObjectTest, ErrorWithoutSlotIsMadeAndDeletedAtOnce) {
+    EXPECT_EQ(kvSendMeth(nullptr, shape, "error", "Shape", 3443), 0);
+    EXPECT_EQ(kvSendMeth(nullptr, kvMakeError(3443), "getCode"), 3443);
+}
+
+TEST_F(ErrorObjectTest, MakeErrorHasItsOwnSourceAndNoStack) {
+    kvObject made = kvMakeError(3478, "Name", "bad");
+    EXPECT_EQ(source(made), "kvMakeError");
+    EXPECT_EQ(errorMessage(made), "Invalid string input; Parameter Name = bad");
+    EXPECT_EQ(next(made), nullptr);
+    clearErrors(made);
+}
+
+TEST_F(ErrorObjectTest, ErrorSystemReportsTheLastSystemError) {
+    kvSendMeth(&error, shape, "errorSystem", "FileStream");
+    EXPECT_EQ(errorCode(error), 3488);
+    EXPECT_EQ(errorMessage(error).rfind("System Error: GetLastError returned ", 0), 0u);
+    EXPECT_EQ(source(error), "FileStream");
+}
+
+TEST_F(ErrorObjectTest, FiftiethLiveErrorTrimsOldStacksNeverTheNewest) {
+    // 49 errors, each alone in its own slot.
+    std::vector<kvObject> slots(49, nullptr);
+    for (kvObject& slot : slots)
+        kvSendMeth(&slot, shape, "error", "Shape", 3443);
+    const kvObject newestBefore = slots.back();
+    EXPECT_NE(kvSendMeth(nullptr, slots.front(), "getPrevGCObj"), 0);
+    kvObject fiftieth = nullptr;
+    kvSendMeth(&fiftieth, shape, "error", "Shape", 3443);
+    // The oldest were unlinked (but stay alive for their holders).
+    EXPECT_EQ(kvSendMeth(nullptr, slots.front(), "getPrevGCObj"), 0);
+    EXPECT_EQ(kvSendMeth(nullptr, slots.front(), "getNextGCObj"), 0);
+    EXPECT_EQ(errorCode(slots.front()), 3443);
+    EXPECT_EQ(kvSendMeth(nullptr, fiftieth, "getNextGCObj"), reinterpret_cast<kvArg>(newestBefore));
+    // Every error is deleted once, whether its holder or the final collection does it.
+    for (size_t i = 0; i < slots.size(); i += 2)
+        clearErrors(slots[i]);
+    clearErrors(fiftieth);
+}
+
+TEST_F(ErrorObjectTest, GarbageCollectModeOneDeletesEveryError) {
+    for (int i = 0; i < 5; ++i)
+        kvSendMeth(&error, shape, "error", "Shape", 3443);
+    kvSendClMeth(nullptr, kvFindClass("BaseError"), "GarbageCollect", 1);
+    error = nullptr; // all gone; the sanitizer build checks nothing leaked
+    kvObject fresh = nullptr;
+    kvSendMeth(&fresh, shape, "error", "Shape", 3443);
+    EXPECT_EQ(kvSendMeth(nullptr, fresh, "getNextGCObj"), 0);
+    clearErrors(fresh);
+}
+
+TEST_F(ErrorObjectTest, OnTermIsFiredWhenAnErrorEnds) {
+    kvSendMeth(&error, shape, "error", "Shape", 3443);
+    kvObject watcher = kvNewObject(nullptr, "Listener");
+    kvAddNotification(nullptr, error, "OnTerm", watcher, "onEvent", 1);
+    clearErrors(error);
+    EXPECT_EQ(kvSendMeth(nullptr, watcher, "getCalls"), 1);
+    kvDelObject(nullptr, watcher);
+}
+
+struct DialogRun {
+    std::vector<std::string> codes;
+    std::vector<std::pair<bool, bool>> enabled; // (Next, Previous) at each error
+    std::string scode, source, message;
+};
+DialogRun* currentRun = nullptr;
+
+void walkDialog(kvErrorDialog* dialog) {
+    char text[256];
+    kvErrorDialogFieldText(dialog, KV_ERRDLG_SCODE, text, sizeof text);
+    currentRun->scode = text;
+    kvErrorDialogFieldText(dialog, KV_ERRDLG_SOURCE, text, sizeof text);
+    currentRun->source = text;
+    kvErrorDialogFieldText(dialog, KV_ERRDLG_MESSAGE, text, sizeof text);
+    currentRun->message = text;
+    for (;;) {
+        kvErrorDialogFieldText(dialog, KV_ERRDLG_CODE, text, sizeof text);
+        currentRun->codes.push_back(text);
+        currentRun->enabled.emplace_back(kvErrorDialogIsEnabled(dialog, KV_ERRDLG_NEXT),
+                                         kvErrorDialogIsEnabled(dialog, KV_ERRDLG_PREVIOUS));
+        if (!kvErrorDialogIsEnabled(dialog, KV_ERRDLG_NEXT)) break;
+        EXPECT_EQ(kvErrorDialogCommand(dialog, KV_ERRDLG_NEXT), 0);
+    }
+    kvErrorDialogCommand(dialog, KV_ERRDLG_PREVIOUS);
+    kvErrorDialogFieldText(dialog, KV_ERRDLG_CODE, text, sizeof text);
+    currentRun->codes.push_back(text);
+    EXPECT_NE(kvErrorDialogCommand(dialog, KV_ERRDLG_OK), 0);
+}
+
+TEST_F(ErrorObjectTest, DialogWalksTheStackAndShowsTheScode) {
+    kvSendMeth(&error, shape, "error", "Shape", 3443);
+    kvSendMeth(&error, shape, "error", "Shape", 3427, "spin", "Shape");
+    DialogRun run;
+    currentRun = &run;
+    kvSetErrorDialogHook(walkDialog);
+    kvShowErrorDialog(error);
+    kvSetErrorDialogHook(nullptr);
+    EXPECT_EQ(run.codes, (std::vector<std::string>{"3427", "3443", "3427"}));
+    EXPECT_EQ(run.enabled, (std::vector<std::pair<bool, bool>>{{true, false}, {false, true}}));
+    EXPECT_EQ(run.scode, "-2147218077");
+    EXPECT_EQ(run.source, "Shape");
+    EXPECT_EQ(run.message, "An unimplemented method spin was sent to class Shape");
+}
+
+unsigned helpContext = 0;
+std::string helpFile;
+int recordHelp(const char* file, unsigned command, uintptr_t data) {
+    helpFile = file;
+    helpContext = command == 5 ? static_cast<unsigned>(data) : 0;
+    return 1;
+}
+void pressHelp(kvErrorDialog* dialog) { kvErrorDialogCommand(dialog, KV_ERRDLG_HELP); }
+
+TEST_F(ErrorObjectTest, DialogHelpOpensTheErrorsHelpFileAtItsContext) {
+    kvSendMeth(&error, shape, "error", "Shape", 3470);
+    kvSetHelpHook(recordHelp);
+    kvSetErrorDialogHook(pressHelp);
+    kvShowErrorDialog(error);
+    kvSetErrorDialogHook(nullptr);
+    kvSetHelpHook(nullptr);
+    EXPECT_EQ(helpFile, "KOVAERR.HLP");
+    EXPECT_EQ(helpContext, 4045u);
+}
+
+} // namespace
+} // namespace kova::test

@@ -1,0 +1,66 @@
+/* The public headers compile as C, and the plain forms work from C: a class
+ * from the test library is created, sent methods with several slots, and
+ * deleted; an unknown method leaves an error in the slot. */
+#include "kova/classloc.h"
+#include "kova/errdialog.h"
+#include "kova/errreg.h"
+#include "kova/host.h"
+#include "kova/kernel.h"
+#include "kova/resources.h"
+
+#include <stdio.h>
+#include <string.h>
+
+static int failures = 0;
+static int checks = 0;
+
+#define CHECK(condition)                                                                         \
+    do {                                                                                         \
+        ++checks;                                                                                \
+        if (!(condition)) {                                                                      \
+            ++failures;                                                                          \
+            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition);       \
+        }                                                                                        \
+    } while (0)
+
+static int quietMessageBox(const char* text, const char* caption, unsigned style) {
+    (void)text, (void)caption, (void)style;
+    return KV_IDOK;
+}
+
+int main(void) {
+    kvObject error = 0;
+    kvObject square;
+    kvSetMessageBoxHook(quietMessageBox);
+    kvInitialize();
+    CHECK(kvTableInsertEntry_CLASSLOCATION("Shape", "TESTSHP.DLL") == 1);
+    CHECK(kvTableInsertEntry_CLASSLOCATION("Polygon", "TESTSHP.DLL") == 1);
+    CHECK(kvTableInsertEntry_CLASSLOCATION("Square", "TESTSHP.DLL") == 1);
+
+    square = kvNewObject(&error, "Square", 4, 6);
+    CHECK(square != 0);
+    CHECK(kvSendMeth(&error, square, "area") == 36);
+    CHECK(kvSendMeth(&error, square, "isA", "Shape") == -1);
+    CHECK(kvSendParentMeth(&error, kvFindClass("Polygon"), square, "getSides") == 4);
+    CHECK(kvSendClMeth(&error, kvFindClass("Square"), "unitSides") == 2);
+    CHECK(error == 0);
+
+    CHECK(kvSendMeth(&error, square, "spin", 1, 2, 3) == 0);
+    CHECK(error != 0);
+    CHECK(kvSendMeth(0, error, "getCode") == 3427);
+    CHECK(strcmp((const char*)kvSendMeth(0, error, "getMessage"),
+                 "An unimplemented method spin was sent to class Square") == 0);
+    kvSendMeth(&error, error, "deleteTopError");
+    CHECK(error == 0);
+
+    {
+        kvObject made = kvMakeError(3478, "Name", "bad");
+        CHECK(strcmp((const char*)kvSendMeth(0, made, "getMessage"),
+                     "Invalid string input; Parameter Name = bad") == 0);
+        kvSendMeth(&made, made, "deleteTopError");
+    }
+    kvDelObject(&error, square);
+    kvTerminate();
+    printf("%d passed, %d failed\n", checks - failures, failures);
+    return failures ? 1 : 0;
+}

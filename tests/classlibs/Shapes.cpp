@@ -1,0 +1,233 @@
+// A small class library for the kernel's tests, "TESTSHP.DLL":
+//   Shape (Object)    sides; answers "describe", "getSides", "setSides", "area"
+//   Polygon (Shape)   adds nothing
+//   Square (Polygon)  side; overrides "area" and "getSides" (which asks its parent)
+//   Listener (Object) a subscriber that records what it is sent
+//   Relay (Object)    a forwarder: notification operations reach its target
+//   Broken (Object)   lists a method whose procedure the library lacks
+#include "kova/kernel.h"
+
+#include <cstring>
+
+namespace {
+
+kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, RelayClass;
+
+// A class's slice starts wherever its ancestors' data ends (Object owns the
+// first 2 bytes), so instance data is declared packed.
+#pragma pack(push, 1)
+struct ShapeData {
+    int32_t sides;
+    int32_t initCalls; // how often objInit ran on this slice
+};
+struct SquareData {
+    int32_t side;
+};
+struct ListenerData {
+    int32_t calls;          // notifications received
+    kvArg lastArgs[4];      // notifier, event name and two extra slots of the last one
+    int32_t answer;         // what "onEvent" answers
+    int32_t mode;           // what "onEvent" does besides counting
+    kvObject deleteTarget;  // object deleted in mode "deleteObject"
+};
+struct RelayData {
+    kvObject target;
+};
+#pragma pack(pop)
+
+enum ListenerMode : int32_t {
+    justCount = 0,
+    unsubscribeSelf = 1, // deletes its own subscription to the event it receives
+    deleteNotifier = 2,  // tries to delete the notifier
+    fireAgain = 3        // fires the same event on the same notifier again
+};
+
+KV_METHOD_TABLE(shapeMethods,                     //
+                kova::method("area", 0),          //
+                kova::method("describe", 0),      //
+                kova::method("getInitCalls", 0),  //
+                kova::method("getSides", 0),      //
+                kova::method("objInit", 1),       //
+                kova::method("setSides", 1));
+KV_METHOD_TABLE(shapeClassMethods,                //
+                kova::method("unitSides", 0));
+KV_EMPTY_METHOD_TABLE(noMethods);
+KV_METHOD_TABLE(squareMethods,                    //
+                kova::method("area", 0),          //
+                kova::method("getSides", 0),      //
+                kova::method("objInit", 2));
+KV_METHOD_TABLE(listenerMethods,                  //
+                kova::method("configure", 3),     //
+                kova::method("getArg", 1),        //
+                kova::method("getCalls", 0),      //
+                kova::method("onEvent", 0),       //
+                kova::method("onOther", 0));
+KV_METHOD_TABLE(relayMethods,                     //
+                kova::method("getForward", 0),    //
+                kova::method("setForward", 1));
+KV_METHOD_TABLE(brokenMethods,                    //
+                kova::method("missingProcedure", 0));
+
+} // namespace
+
+KV_METHOD(Shape, area) {
+    (void)errSlot, (void)self, (void)instData, (void)args;
+    return 0;
+}
+
+KV_METHOD(Shape, describe) {
+    (void)errSlot, (void)instData, (void)args;
+    return reinterpret_cast<kvResult>(kvClassName(self->cls));
+}
+
+KV_METHOD(Shape, getInitCalls) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<ShapeData*>(instData)->initCalls;
+}
+
+KV_METHOD(Shape, getSides) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<ShapeData*>(instData)->sides;
+}
+
+// (sides, ...)
+KV_METHOD(Shape, objInit) {
+    kvSendParentMethNA(errSlot, ShapeClass, self, "objInit", args);
+    auto* shape = static_cast<ShapeData*>(instData);
+    shape->sides = static_cast<int32_t>(kvArgAt(args, 0));
+    ++shape->initCalls;
+    return 0;
+}
+
+KV_METHOD(Shape, setSides) {
+    (void)errSlot, (void)self;
+    static_cast<ShapeData*>(instData)->sides = static_cast<int32_t>(kvArgAt(args, 0));
+    return 0;
+}
+
+KV_CLASS_METHOD(Shape, unitSides) {
+    (void)errSlot, (void)args;
+    return self == ShapeClass ? 1 : 2;
+}
+
+KV_METHOD(Square, area) {
+    (void)errSlot, (void)self, (void)args;
+    const int32_t side = static_cast<SquareData*>(instData)->side;
+    return side * side;
+}
+
+// The square's own answer is ten times its parent's, so a test can tell the
+// two versions apart.
+KV_METHOD(Square, getSides) {
+    (void)instData;
+    return 10 * kvSendParentMethNA(errSlot, SquareClass, self, "getSides", args);
+}
+
+// (sides, side)
+KV_METHOD(Square, objInit) {
+    kvSendParentMethNA(errSlot, SquareClass, self, "objInit", args);
+    static_cast<SquareData*>(instData)->side = static_cast<int32_t>(kvArgAt(args, 1));
+    return 0;
+}
+
+// (answer, mode, deleteTarget)
+KV_METHOD(Listener, configure) {
+    (void)errSlot, (void)self;
+    auto* listener = static_cast<ListenerData*>(instData);
+    listener->answer = static_cast<int32_t>(kvArgAt(args, 0));
+    listener->mode = static_cast<int32_t>(kvArgAt(args, 1));
+    listener->deleteTarget = reinterpret_cast<kvObject>(kvArgAt(args, 2));
+    return 0;
+}
+
+KV_METHOD(Listener, getArg) {
+    (void)errSlot, (void)self;
+    const auto index = static_cast<size_t>(kvArgAt(args, 0));
+    return index < 4 ? static_cast<ListenerData*>(instData)->lastArgs[index] : 0;
+}
+
+KV_METHOD(Listener, getCalls) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<ListenerData*>(instData)->calls;
+}
+
+// (notifier, event name, extra...): counts, remembers the slots, acts on its mode.
+KV_METHOD(Listener, onEvent) {
+    auto* listener = static_cast<ListenerData*>(instData);
+    ++listener->calls;
+    for (size_t i = 0; i < 4; ++i)
+        listener->lastArgs[i] = kvArgAt(args, i);
+    const auto notifier = reinterpret_cast<kvObject>(kvArgAt(args, 0));
+    const auto* event = reinterpret_cast<const char*>(kvArgAt(args, 1));
+    switch (listener->mode) {
+    case unsubscribeSelf:
+        kvDeleteNotification(errSlot, notifier, event, self, "onEvent");
+        break;
+    case deleteNotifier:
+        kvDelObject(errSlot, listener->deleteTarget ? listener->deleteTarget : notifier);
+        break;
+    case fireAgain:
+        kvFireNotification(errSlot, notifier, event);
+        break;
+    default:
+        break;
+    }
+    return listener->answer;
+}
+
+KV_METHOD(Listener, onOther) {
+    (void)errSlot, (void)self, (void)args;
+    ++static_cast<ListenerData*>(instData)->calls;
+    return 0;
+}
+
+KV_METHOD(Relay, getForward) {
+    (void)errSlot, (void)self, (void)args;
+    return reinterpret_cast<kvResult>(static_cast<RelayData*>(instData)->target);
+}
+
+KV_METHOD(Relay, setForward) {
+    (void)errSlot;
+    self->flags |= KV_OBJ_FORWARDER;
+    static_cast<RelayData*>(instData)->target = reinterpret_cast<kvObject>(kvArgAt(args, 0));
+    return 0;
+}
+
+KV_REGISTER(Shape) {
+    if (!kvRegisterClass("Object")) return nullptr;
+    ShapeClass = kvAddClass("Shape", "Object", sizeof(ShapeData), 0, shapeMethods.get(),
+                            shapeClassMethods.get());
+    return ShapeClass;
+}
+
+KV_REGISTER(Polygon) {
+    if (!kvRegisterClass("Shape")) return nullptr;
+    PolygonClass = kvAddClass("Polygon", "Shape", 0, 0, noMethods.get(), noMethods.get());
+    return PolygonClass;
+}
+
+KV_REGISTER(Square) {
+    if (!kvRegisterClass("Polygon")) return nullptr;
+    SquareClass = kvAddClass("Square", "Polygon", sizeof(SquareData), 0, squareMethods.get(),
+                             noMethods.get());
+    return SquareClass;
+}
+
+KV_REGISTER(Listener) {
+    if (!kvRegisterClass("Object")) return nullptr;
+    ListenerClass = kvAddClass("Listener", "Object", sizeof(ListenerData), 0,
+                               listenerMethods.get(), noMethods.get());
+    return ListenerClass;
+}
+
+KV_REGISTER(Relay) {
+    if (!kvRegisterClass("Object")) return nullptr;
+    RelayClass =
+        kvAddClass("Relay", "Object", sizeof(RelayData), 0, relayMethods.get(), noMethods.get());
+    return RelayClass;
+}
+
+KV_REGISTER(Broken) {
+    if (!kvRegisterClass("Object")) return nullptr;
+    return kvAddClass("Broken", "Object", 0, 0, brokenMethods.get(), noMethods.get());
+}
