@@ -28,9 +28,9 @@ kvClass BaseErrorClass = nullptr;
 
 // The collection list (reset by "classInit").
 struct Collection {
-    long count;       // live errors on the list
-    kvObject newest;  // head of the list
-    kvObject oldest;  // tail of the list
+    long count;      // live errors on the list
+    kvObject newest; // head of the list
+    kvObject oldest; // tail of the list
 };
 Collection live{};
 
@@ -68,35 +68,35 @@ void freeRetiredList() {
     retired = Retired{};
 }
 
-constexpr long trimAt = 50;   // an "Add" that reaches this count trims the list
+constexpr long trimAt = 50; // an "Add" that reaches this count trims the list
 constexpr long trimDownTo = 26;
 constexpr size_t messageBufferSize = 10000;
 constexpr const char* messageNotFound = "Message for error not found in registry.";
 
-KV_METHOD_TABLE(baseErrorMethods,                          //
-                kova::method("Add", 0),                    //
-                kova::method("AddToStack", 1),             //
-                kova::method("deleteTopError", 0),         //
-                kova::method("getCode", 0),                //
-                kova::method("getHelpFileContextID", 0),   //
-                kova::method("getHelpInfo", 3),            //
-                kova::method("getMessage", 0),             //
-                kova::method("getNextESObj", 0),           //
-                kova::method("getNextGCObj", 0),           //
-                kova::method("getPrevESObj", 0),           //
-                kova::method("getPrevGCObj", 0),           //
-                kova::method("getSource", 0),              //
-                kova::method("objInit", 0),                //
-                kova::method("objTerm", 0),                //
-                kova::method("setNextESObj", 1),           //
-                kova::method("setNextGCObj", 1),           //
-                kova::method("setPrevESObj", 1),           //
+KV_METHOD_TABLE(baseErrorMethods,                        //
+                kova::method("Add", 0),                  //
+                kova::method("AddToStack", 1),           //
+                kova::method("deleteTopError", 0),       //
+                kova::method("getCode", 0),              //
+                kova::method("getHelpFileContextID", 0), //
+                kova::method("getHelpInfo", 3),          //
+                kova::method("getMessage", 0),           //
+                kova::method("getNextESObj", 0),         //
+                kova::method("getNextGCObj", 0),         //
+                kova::method("getPrevESObj", 0),         //
+                kova::method("getPrevGCObj", 0),         //
+                kova::method("getSource", 0),            //
+                kova::method("objInit", 0),              //
+                kova::method("objTerm", 0),              //
+                kova::method("setNextESObj", 1),         //
+                kova::method("setNextGCObj", 1),         //
+                kova::method("setPrevESObj", 1),         //
                 kova::method("setPrevGCObj", 1));
 
-KV_METHOD_TABLE(baseErrorClassMethods,                     //
-                kova::method("Delete", 1),                 //
-                kova::method("GarbageCollect", 1),         //
-                kova::method("classInit", 0),              //
+KV_METHOD_TABLE(baseErrorClassMethods,             //
+                kova::method("Delete", 1),         //
+                kova::method("GarbageCollect", 1), //
+                kova::method("classInit", 0),      //
                 kova::method("classTerm", 0));
 
 // The BaseError slice of an error's data block.
@@ -146,7 +146,8 @@ void trimOldStacks() {
     kvObject current = live.oldest;
     while (live.count >= trimDownTo && current && current != live.newest) {
         kvObject top = current;
-        while (dataOf(top)->prevES) top = dataOf(top)->prevES;
+        while (dataOf(top)->prevES)
+            top = dataOf(top)->prevES;
         if (top == live.newest) return;
         kvObject continueFrom = nullptr;
         for (kvObject error = top; error;) {
@@ -265,16 +266,16 @@ KV_METHOD(BaseError, getHelpInfo) {
     return kvSendMeth(errSlot, self, "getHelpFileName", kvArgAt(args, 1), kvArgAt(args, 2));
 }
 
-#define KV_FIELD_GETTER(method, field, type)                                                     \
-    KV_METHOD(BaseError, method) {                                                               \
-        (void)errSlot, (void)self, (void)args;                                                   \
-        return (kvResult)(type)(static_cast<BaseErrorData*>(instData)->field);                   \
+#define KV_FIELD_GETTER(method, field, type)                                                       \
+    KV_METHOD(BaseError, method) {                                                                 \
+        (void)errSlot, (void)self, (void)args;                                                     \
+        return (kvResult)(type)(static_cast<BaseErrorData*>(instData)->field);                     \
     }
-#define KV_FIELD_SETTER(method, field)                                                           \
-    KV_METHOD(BaseError, method) {                                                               \
-        (void)errSlot, (void)self;                                                               \
-        static_cast<BaseErrorData*>(instData)->field = argObject(args, 0);                       \
-        return 0;                                                                                \
+#define KV_FIELD_SETTER(method, field)                                                             \
+    KV_METHOD(BaseError, method) {                                                                 \
+        (void)errSlot, (void)self;                                                                 \
+        static_cast<BaseErrorData*>(instData)->field = argObject(args, 0);                         \
+        return 0;                                                                                  \
     }
 
 KV_FIELD_GETTER(getCode, code, int32_t)

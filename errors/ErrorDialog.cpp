@@ -59,8 +59,9 @@ KV_API int kvErrorDialogFieldText(const kvErrorDialog* dialog, int controlId, ch
         std::snprintf(buffer, size, "%ld", static_cast<long>(code));
         return 1;
     case KV_ERRDLG_SCODE:
-        std::snprintf(buffer, size, "%ld",
-                      static_cast<long>(static_cast<int32_t>(static_cast<uint32_t>(code) | scodeBits)));
+        std::snprintf(
+            buffer, size, "%ld",
+            static_cast<long>(static_cast<int32_t>(static_cast<uint32_t>(code) | scodeBits)));
         return 1;
     case KV_ERRDLG_MESSAGE:
         std::snprintf(buffer, size, "%s", stringField(error, "getMessage"));
@@ -101,7 +102,7 @@ KV_API int kvErrorDialogCommand(kvErrorDialog* dialog, int controlId) {
     case KV_ERRDLG_PREVIOUS:
         if (kvErrorDialogIsEnabled(dialog, controlId))
             dialog->shown = neighbour(dialog->shown, controlId == KV_ERRDLG_NEXT ? "getNextESObj"
-                                                                                : "getPrevESObj");
+                                                                                 : "getPrevESObj");
         break;
     case KV_ERRDLG_HELP:
         showHelp(dialog->shown);

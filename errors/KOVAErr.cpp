@@ -10,8 +10,8 @@ namespace {
 kvClass KOVAErrClass = nullptr;
 constexpr const char* helpFileName = "KOVAERR.HLP";
 
-KV_METHOD_TABLE(kovaErrMethods,                                                     //
-                kova::method("getHelpFileName", 2, KV_METHOD_NO_INSTDATA),          //
+KV_METHOD_TABLE(kovaErrMethods,                                            //
+                kova::method("getHelpFileName", 2, KV_METHOD_NO_INSTDATA), //
                 kova::method("getModuleInstance", 0, KV_METHOD_NO_INSTDATA));
 KV_EMPTY_METHOD_TABLE(kovaErrClassMethods);
 

@@ -29,8 +29,12 @@ struct Directive {
     char conversion;   // the conversion character, 0 when the text ended
 };
 
-bool isFlag(char c) { return c && std::strchr("-+ #0", c) != nullptr; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isFlag(char c) {
+    return c && std::strchr("-+ #0", c) != nullptr;
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 void addToSpec(Directive& d, const char* text, size_t count) {
     if (d.specLength + count >= sizeof d.spec) return; // an absurd directive loses its tail
@@ -45,11 +49,13 @@ const char* readNumber(const char* p, Directive& d, const kvArgs* args, size_t& 
     if (*p == '*') {
         char number[16];
         const int value = static_cast<int>(kvArgAt(args, next++)) % 10000;
-        addToSpec(d, number, static_cast<size_t>(std::snprintf(number, sizeof number, "%d", value)));
+        addToSpec(d, number,
+                  static_cast<size_t>(std::snprintf(number, sizeof number, "%d", value)));
         return p + 1;
     }
     const char* start = p;
-    while (isDigit(*p)) ++p;
+    while (isDigit(*p))
+        ++p;
     addToSpec(d, start, static_cast<size_t>(p - start) > 4 ? 4 : static_cast<size_t>(p - start));
     return p;
 }
@@ -58,7 +64,8 @@ const char* readNumber(const char* p, Directive& d, const kvArgs* args, size_t& 
 const char* parseDirective(const char* p, Directive& d, const kvArgs* args, size_t& next) {
     d = Directive{};
     addToSpec(d, "%", 1);
-    while (isFlag(*p)) addToSpec(d, p++, 1);
+    while (isFlag(*p))
+        addToSpec(d, p++, 1);
     p = readNumber(p, d, args, next);
     if (*p == '.') {
         addToSpec(d, p++, 1);
@@ -94,15 +101,16 @@ bool formatValue(Output& o, Directive& d, kvArg slot) {
     case 'o': {
         const char conversion[4] = {'l', 'l', d.conversion, '\0'};
         addToSpec(d, conversion, 3);
-        const unsigned long long value =
-            d.lengthLongs >= 2 ? static_cast<unsigned long long>(slot)
-                               : static_cast<uint32_t>(static_cast<uintptr_t>(slot));
+        const unsigned long long value = d.lengthLongs >= 2
+                                             ? static_cast<unsigned long long>(slot)
+                                             : static_cast<uint32_t>(static_cast<uintptr_t>(slot));
         written = std::snprintf(at, room, d.spec, value);
         break;
     }
     case 'c':
         addToSpec(d, "c", 1);
-        written = std::snprintf(at, room, d.spec, static_cast<int>(static_cast<unsigned char>(slot)));
+        written =
+            std::snprintf(at, room, d.spec, static_cast<int>(static_cast<unsigned char>(slot)));
         break;
     case 's': {
         const auto* text = reinterpret_cast<const char*>(slot);
@@ -117,8 +125,9 @@ bool formatValue(Output& o, Directive& d, kvArg slot) {
     default:
         return false;
     }
-    if (written > 0) o.length += static_cast<size_t>(written) < room ? static_cast<size_t>(written)
-                                                                    : (room ? room - 1 : 0);
+    if (written > 0)
+        o.length += static_cast<size_t>(written) < room ? static_cast<size_t>(written)
+                                                        : (room ? room - 1 : 0);
     return true;
 }
 

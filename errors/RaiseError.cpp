@@ -13,7 +13,8 @@ bool creatingError = false; // set while an error object is being created
 
 // Makes a KOVAErr from (source, number, message arguments); the message
 // arguments travel as one slot.
-kvObject newError(kvObject* errSlot, const char* source, int32_t number, const kvArgs* messageArgs) {
+kvObject newError(kvObject* errSlot, const char* source, int32_t number,
+                  const kvArgs* messageArgs) {
     return kvNewObject(errSlot, "KOVAErr", source, number, messageArgs);
 }
 
@@ -32,9 +33,8 @@ KV_METHOD(Object, error) {
     }
     creatingError = true;
     const kvArgs messageArgs = kvArgsAfter(args, 2);
-    const kvObject error =
-        newError(errSlot, reinterpret_cast<const char*>(kvArgAt(args, 0)),
-                 static_cast<int32_t>(kvArgAt(args, 1)), &messageArgs);
+    const kvObject error = newError(errSlot, reinterpret_cast<const char*>(kvArgAt(args, 0)),
+                                    static_cast<int32_t>(kvArgAt(args, 1)), &messageArgs);
     if (!error)
         kova::platform::messageBox("Unable to allocate memory for error.",
                                    kova::kernel::errorCaption, KV_MB_OK);
@@ -51,8 +51,8 @@ KV_METHOD(Object, errorSystem) {
     (void)instData;
     char text[64];
     std::snprintf(text, sizeof text, "GetLastError returned %ld", kova::platform::lastError());
-    return kvSendMeth(errSlot, self, "error", reinterpret_cast<const char*>(kvArgAt(args, 0)),
-                      3488, text);
+    return kvSendMeth(errSlot, self, "error", reinterpret_cast<const char*>(kvArgAt(args, 0)), 3488,
+                      text);
 }
 
 namespace kova::kernel {
@@ -68,7 +68,8 @@ void storeError(kvObject* errSlot, kvObject error) {
 }
 
 void discardErrors(kvObject error) {
-    while (error) kvSendMeth(&error, error, "deleteTopError");
+    while (error)
+        kvSendMeth(&error, error, "deleteTopError");
 }
 
 } // namespace kova::kernel

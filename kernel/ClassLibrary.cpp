@@ -61,8 +61,8 @@ KV_API kvModule kvLoadClassLibrary(const char* className, kvProc* registerProcOu
         }
     }
     if (!module) {
-        showKernelMessage(kova::kernel::kernelErrorCaption, "Failure to find procedure %s in DLL %s.",
-                          procName, lastTried);
+        showKernelMessage(kova::kernel::kernelErrorCaption,
+                          "Failure to find procedure %s in DLL %s.", procName, lastTried);
         proc = nullptr;
     }
     if (registerProcOut) *registerProcOut = proc;

@@ -57,7 +57,9 @@ KV_API kvClass kvFindClass(const char* name) {
     return nullptr;
 }
 
-KV_API size_t kvGetClassCount(void) { return classCount; }
+KV_API size_t kvGetClassCount(void) {
+    return classCount;
+}
 
 KV_API kvClass kvGetClassAt(size_t index) {
     return index < classCount ? classTable[index] : nullptr;
@@ -66,8 +68,8 @@ KV_API kvClass kvGetClassAt(size_t index) {
 // Adds a class and answers its handle, or the existing class of that name.
 // The class's procedures come from its own class library, which stays loaded
 // until the classes are closed; any failure leaves no trace in the table.
-KV_API kvClass kvAddClass(const char* name, const char* parentName, uint16_t instanceSize,
-                          kvArg, kvMethodTable* methodTable, kvMethodTable* classMethodTable) {
+KV_API kvClass kvAddClass(const char* name, const char* parentName, uint16_t instanceSize, kvArg,
+                          kvMethodTable* methodTable, kvMethodTable* classMethodTable) {
     using kova::kernel::showKernelMessage;
     if (kvClass existing = kvFindClass(name)) return existing;
     if (!name || std::strlen(name) >= KV_CLASS_NAME_SIZE) {

@@ -127,8 +127,7 @@ kvResult methodNotFound(kvObject* errSlot, kvObject obj, const char* name, const
     return kvSendMeth(errSlot, obj, "MethodNotFound", name, args);
 }
 
-kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name,
-                             const kvArgs* args) {
+kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, const kvArgs* args) {
     if (name && sameName(name, "ClassMethodNotFound")) return 0;
     return kvSendClMeth(errSlot, cls, "ClassMethodNotFound", name, args);
 }
@@ -195,8 +194,8 @@ KV_API kvResult kvSendMethNA(kvObject* errSlot, kvObject obj, const char* name,
 
 // Runs the version of `name` inherited by `cls`, the class whose procedure is
 // running (not the receiver's class): the chain of objInit and objTerm.
-KV_API kvResult kvSendParentMethNA(kvObject* errSlot, kvClass cls, kvObject obj,
-                                   const char* name, const kvArgs* args) {
+KV_API kvResult kvSendParentMethNA(kvObject* errSlot, kvClass cls, kvObject obj, const char* name,
+                                   const kvArgs* args) {
     if (!cls || !cls->parent) return -1;
     if (refuseNullReceiver(obj, name)) return 0;
     kvClass found = nullptr;

@@ -18,7 +18,8 @@ static_assert(sizeof(kvClassLocation) == KV_CLASSLOC_ENTRY_SIZE);
 
 constexpr size_t textLength(const char* text) {
     size_t length = 0;
-    while (text[length]) ++length;
+    while (text[length])
+        ++length;
     return length;
 }
 
@@ -27,8 +28,7 @@ constexpr size_t textLength(const char* text) {
 extern "C" KV_EXPORT const kvResource kvModuleResources[] = {
     {KV_RT_RCDATA, KV_RESOURCE_ID(KV_CLASSLOC_RESOURCE_ID), builtInClassLocations,
      sizeof builtInClassLocations},
-#define KV_MESSAGE(number, text)                                                                 \
-    {KV_RT_STRING, KV_RESOURCE_ID(number), text, textLength(text)},
+#define KV_MESSAGE(number, text) {KV_RT_STRING, KV_RESOURCE_ID(number), text, textLength(text)},
 #include "errors/KernelMessages.def"
 #undef KV_MESSAGE
     {nullptr, nullptr, nullptr, 0},

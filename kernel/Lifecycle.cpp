@@ -17,7 +17,9 @@ int hierarchyDepth = 0;       // indentation of the class being dumped
 constexpr int maxParams = 32; // pairs a parameter list is searched through
 constexpr int16_t endOfParams = -1;
 
-int16_t paramId(const int32_t* pair) { return static_cast<int16_t>(pair[0] & 0xFFFF); }
+int16_t paramId(const int32_t* pair) {
+    return static_cast<int16_t>(pair[0] & 0xFFFF);
+}
 
 // The value slot paired with `id` among the first 32 pairs, or null.
 const int32_t* findParam(const int32_t* list, int16_t id) {
@@ -83,7 +85,9 @@ KV_API kvResult kvTerminate(void) {
     return 0;
 }
 
-KV_API kvModule kvGetKOVAInstance(void) { return kova::platform::kernelModule(); }
+KV_API kvModule kvGetKOVAInstance(void) {
+    return kova::platform::kernelModule();
+}
 
 KV_API int32_t kvGetParam(const int32_t* list, int16_t id, int32_t defaultValue) {
     const int32_t* value = findParam(list, id);
@@ -100,7 +104,9 @@ KV_API int32_t kvSetParam(int32_t* list, int16_t id, int32_t value) {
 
 // Method procedures ask this on entry; breakpoints are set by debuggers on
 // the procedures themselves, so the kernel never asks for a stop.
-KV_API int kvDebugShouldMethodBreak(kvObject, const char*, const char*) { return 0; }
+KV_API int kvDebugShouldMethodBreak(kvObject, const char*, const char*) {
+    return 0;
+}
 KV_API void kvClassSetBreak(kvClass) {}
 KV_API void kvClassClearBreak(kvClass) {}
 KV_API void kvObjectSetBreak(kvObject) {}

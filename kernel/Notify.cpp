@@ -15,10 +15,10 @@ struct kvSubscriber {
 };
 
 struct kvEvent {
-    kvEvent* next;                      // next event of the same object
-    char name[KV_EVENT_NAME_SIZE];      // event name
-    uint16_t flags;                     // eventFiring while being fired
-    kvSubscriber* subscribers;          // ends with the end record
+    kvEvent* next;                 // next event of the same object
+    char name[KV_EVENT_NAME_SIZE]; // event name
+    uint16_t flags;                // eventFiring while being fired
+    kvSubscriber* subscribers;     // ends with the end record
 };
 
 namespace {
@@ -28,7 +28,9 @@ constexpr int16_t endPriority = 32767;
 // A chain of forwarders longer than this is taken for a cycle.
 constexpr int maxForwardHops = 256;
 
-bool isEndRecord(const kvSubscriber* record) { return record->next == nullptr; }
+bool isEndRecord(const kvSubscriber* record) {
+    return record->next == nullptr;
+}
 
 bool validEventName(const char* name) {
     return name && ::strnlen(name, KV_EVENT_NAME_SIZE) < KV_EVENT_NAME_SIZE;
@@ -197,8 +199,7 @@ KV_API kvObject kvResolveForwards(kvObject obj) {
 // event, 0 for any other success, -1 on failure (with an error in the slot for
 // lack of memory, a duplicate or a null argument).
 KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
-                                  kvObject subscriber, const char* methodName,
-                                  int16_t priority) {
+                                  kvObject subscriber, const char* methodName, int16_t priority) {
     using kova::kernel::storeError;
     if (!notifier || !validEventName(eventName) || !subscriber || !methodName) {
         storeError(errSlot, kvMakeError(3443));
@@ -250,9 +251,8 @@ KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const ch
 // Answers 1 when the notifier has no events left, 0 when the subscription was
 // removed and others remain, -1 when it was not found, only marked (during a
 // firing) or an argument was null.
-KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier,
-                                     const char* eventName, kvObject subscriber,
-                                     const char* methodName) {
+KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                     kvObject subscriber, const char* methodName) {
     if (!notifier || !eventName || !subscriber || !methodName) {
         kova::kernel::storeError(errSlot, kvMakeError(3443));
         return -1;

@@ -12,23 +12,23 @@ namespace {
 
 kvClass ObjectClass = nullptr;
 
-KV_METHOD_TABLE(objectMethods,                                 //
-                kova::method("MethodNotFound", 2),             //
-                kova::method("error", 2),                      //
-                kova::method("errorSystem", 1),                //
-                kova::method("getFreeMem", 0),                 //
-                kova::method("getMethodPointer", 1),           //
-                kova::method("isA", 1),                        //
-                kova::method("objInit", 0),                    //
-                kova::method("objTerm", 0),                    //
-                kova::method("print", 0),                      //
+KV_METHOD_TABLE(objectMethods,                       //
+                kova::method("MethodNotFound", 2),   //
+                kova::method("error", 2),            //
+                kova::method("errorSystem", 1),      //
+                kova::method("getFreeMem", 0),       //
+                kova::method("getMethodPointer", 1), //
+                kova::method("isA", 1),              //
+                kova::method("objInit", 0),          //
+                kova::method("objTerm", 0),          //
+                kova::method("print", 0),            //
                 kova::method("respondsTo", 1));
 
-KV_METHOD_TABLE(objectClassMethods,                            //
-                kova::method("ClassMethodNotFound", 2),        //
-                kova::method("classInit", 0),                  //
-                kova::method("classTerm", 0),                  //
-                kova::method("objectCreate", 0),               //
+KV_METHOD_TABLE(objectClassMethods,                     //
+                kova::method("ClassMethodNotFound", 2), //
+                kova::method("classInit", 0),           //
+                kova::method("classTerm", 0),           //
+                kova::method("objectCreate", 0),        //
                 kova::method("objectDestroy", 1));
 
 const char* argString(const kvArgs* args, size_t index) {
@@ -144,7 +144,7 @@ KV_CLASS_METHOD(Object, objectDestroy) {
 }
 
 KV_REGISTER(Object) {
-    ObjectClass = kvAddClass("Object", nullptr, 2, 0, objectMethods.get(),
-                             objectClassMethods.get());
+    ObjectClass =
+        kvAddClass("Object", nullptr, 2, 0, objectMethods.get(), objectClassMethods.get());
     return ObjectClass;
 }

@@ -21,11 +21,11 @@ kvArgs collect(kvArg* slots, size_t argc, va_list ap) {
 
 } // namespace
 
-#define KV_COLLECT(last)                                                                         \
-    kvArg slots[maxPlainSlots + 2];                                                              \
-    va_list ap;                                                                                  \
-    va_start(ap, last);                                                                          \
-    const kvArgs list = collect(slots, argc, ap);                                                \
+#define KV_COLLECT(last)                                                                           \
+    kvArg slots[maxPlainSlots + 2];                                                                \
+    va_list ap;                                                                                    \
+    va_start(ap, last);                                                                            \
+    const kvArgs list = collect(slots, argc, ap);                                                  \
     va_end(ap)
 
 extern "C" {
@@ -41,8 +41,7 @@ KV_API kvResult kvSendParentMeth(kvObject* errSlot, kvClass cls, kvObject obj, c
     return kvSendParentMethNA(errSlot, cls, obj, name, &list);
 }
 
-KV_API kvResult kvSendClMeth(kvObject* errSlot, kvClass cls, const char* name, size_t argc,
-                             ...) {
+KV_API kvResult kvSendClMeth(kvObject* errSlot, kvClass cls, const char* name, size_t argc, ...) {
     KV_COLLECT(argc);
     return kvSendClMethNA(errSlot, cls, name, &list);
 }
@@ -82,8 +81,8 @@ KV_API void kvFireNotification(kvObject* errSlot, kvObject notifier, const char*
     kvFireNotificationNA(errSlot, &list);
 }
 
-KV_API kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier,
-                                       const char* eventName, size_t argc, ...) {
+KV_API kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                       size_t argc, ...) {
     kvArg slots[maxPlainSlots + 2];
     slots[0] = reinterpret_cast<kvArg>(notifier);
     slots[1] = reinterpret_cast<kvArg>(eventName);

@@ -44,7 +44,9 @@ void runErrorDialog(kvErrorDialog* dialog) {
 extern "C" KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook) {
     return replace(messageBoxHook, hook);
 }
-extern "C" KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook) { return replace(helpHook, hook); }
+extern "C" KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook) {
+    return replace(helpHook, hook);
+}
 extern "C" KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook) {
     return replace(errorDialogHook, hook);
 }

@@ -41,7 +41,9 @@ void* reallocate(void* block, size_t size) {
     return std::realloc(block, size ? size : 1);
 }
 
-void release(void* block) { std::free(block); }
+void release(void* block) {
+    std::free(block);
+}
 
 char* duplicate(const char* text) {
     if (!text) return nullptr;
@@ -63,4 +65,6 @@ extern "C" KV_API void kvDebugFailAllocOnce(long count) {
     failOnlyOnce = true;
 }
 
-extern "C" KV_API unsigned long kvDebugAllocCount(void) { return allocationCount; }
+extern "C" KV_API unsigned long kvDebugAllocCount(void) {
+    return allocationCount;
+}

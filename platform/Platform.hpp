@@ -15,11 +15,11 @@
 namespace kova::platform {
 
 // ---- heap: every allocation of the library goes through these ----
-void* allocate(size_t size);       // uninitialised block, or null
-void* allocateZeroed(size_t size); // zero-filled block, or null
+void* allocate(size_t size);                // uninitialised block, or null
+void* allocateZeroed(size_t size);          // zero-filled block, or null
 void* reallocate(void* block, size_t size); // null on failure, the old block intact
-void release(void* block);         // null does nothing
-char* duplicate(const char* text); // heap copy, or null (also for a null text)
+void release(void* block);                  // null does nothing
+char* duplicate(const char* text);          // heap copy, or null (also for a null text)
 
 // ---- dynamic libraries ----
 // Loads a class library by its table name ("KOVA32.DLL"); on failure returns
@@ -43,7 +43,7 @@ int loadString(kvModule module, unsigned id, char* buffer, size_t size);
 
 // ---- movable memory (handles that are locked around each use) ----
 using MemoryHandle = void*;
-MemoryHandle globalAlloc(size_t size); // zero-filled, or null
+MemoryHandle globalAlloc(size_t size);                        // zero-filled, or null
 MemoryHandle globalReAlloc(MemoryHandle handle, size_t size); // null on failure, old kept
 void* globalLock(MemoryHandle handle);
 void globalUnlock(MemoryHandle handle);

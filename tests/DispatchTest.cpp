@@ -28,8 +28,7 @@ TEST_F(DispatchTest, ClassAddingNoMethodsAnswersItsAncestors) {
     kvObject error = nullptr;
     kvObject polygon = kvNewObject(&error, "Polygon", 5);
     EXPECT_EQ(kvSendMeth(&error, polygon, "getSides"), 5);
-    EXPECT_STREQ(reinterpret_cast<const char*>(kvSendMeth(&error, polygon, "describe")),
-                 "Polygon");
+    EXPECT_STREQ(reinterpret_cast<const char*>(kvSendMeth(&error, polygon, "describe")), "Polygon");
     kvClass found = nullptr;
     EXPECT_NE(kvFindMethod(&found, kvFindClass("Polygon"), "setSides", 0), nullptr);
     EXPECT_EQ(found, kvFindClass("Shape"));

@@ -22,8 +22,12 @@ class ErrorObjectTest : public KernelTest {
         kvDelObject(nullptr, shape);
         KernelTest::TearDown();
     }
-    static kvObject next(kvObject e) { return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj")); }
-    static kvObject prev(kvObject e) { return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getPrevESObj")); }
+    static kvObject next(kvObject e) {
+        return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj"));
+    }
+    static kvObject prev(kvObject e) {
+        return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getPrevESObj"));
+    }
     static std::string source(kvObject e) {
         return reinterpret_cast<const char*>(kvSendMeth(nullptr, e, "getSource"));
     }
@@ -170,7 +174,9 @@ int recordHelp(const char* file, unsigned command, uintptr_t data) {
     helpContext = command == 5 ? static_cast<unsigned>(data) : 0;
     return 1;
 }
-void pressHelp(kvErrorDialog* dialog) { kvErrorDialogCommand(dialog, KV_ERRDLG_HELP); }
+void pressHelp(kvErrorDialog* dialog) {
+    kvErrorDialogCommand(dialog, KV_ERRDLG_HELP);
+}
 
 TEST_F(ErrorObjectTest, DialogHelpOpensTheErrorsHelpFileAtItsContext) {
     kvSendMeth(&error, shape, "error", "Shape", 3470);

@@ -43,7 +43,8 @@ int32_t KernelTest::errorCode(kvObject error) {
 }
 
 void KernelTest::clearErrors(kvObject& slot) {
-    while (slot) kvSendMeth(&slot, slot, "deleteTopError");
+    while (slot)
+        kvSendMeth(&slot, slot, "deleteTopError");
 }
 
 } // namespace kova::test

@@ -49,8 +49,8 @@ TEST_F(ObjectTest, IsAAnswersMinusOneForTheChainAndRespondsToOne) {
     EXPECT_EQ(kvSendMeth(&error, square, "isA", static_cast<const char*>(nullptr)), 0);
     EXPECT_EQ(kvSendMeth(&error, square, "respondsTo", "setSides"), 1);
     EXPECT_EQ(kvSendMeth(&error, square, "respondsTo", "fly"), 0);
-    const auto* record =
-        reinterpret_cast<const kvMethodRecord*>(kvSendMeth(&error, square, "getMethodPointer", "area"));
+    const auto* record = reinterpret_cast<const kvMethodRecord*>(
+        kvSendMeth(&error, square, "getMethodPointer", "area"));
     ASSERT_NE(record, nullptr);
     EXPECT_STREQ(record->name, "area");
     EXPECT_EQ(record, kvFindMethod(nullptr, kvFindClass("Square"), "area", 0));

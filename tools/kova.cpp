@@ -14,8 +14,7 @@ struct Subcommand {
 
 constexpr Subcommand subcommands[] = {
     {"classes", "the running class tree, with methods on request", kova::tools::runClasses},
-    {"classloc", "list, find, edit, load and save class location tables",
-     kova::tools::runClassLoc},
+    {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
 };
 

@@ -12,12 +12,7 @@ extern "C" {
 #endif
 
 /* Message box styles and answers the kernel uses. */
-enum {
-    KV_MB_OK = 0x0000,
-    KV_MB_ICONSTOP = 0x0010,
-    KV_MB_SYSTEMMODAL = 0x1000,
-    KV_IDOK = 1
-};
+enum { KV_MB_OK = 0x0000, KV_MB_ICONSTOP = 0x0010, KV_MB_SYSTEMMODAL = 0x1000, KV_IDOK = 1 };
 
 /* Shows `text` under `caption`; answers the button pressed (KV_IDOK). */
 typedef int (*kvMessageBoxHook)(const char* text, const char* caption, unsigned style);

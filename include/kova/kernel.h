@@ -103,16 +103,16 @@ struct kvEvent;
 /* A class: one record of the process-wide class table. The name directly
  * follows the flags word, so a handle gives its name without a lookup. */
 struct kvClassRecord {
-    uint16_t flags;                   /* free for the class's own per-class state */
-    char name[KV_CLASS_NAME_SIZE];    /* class name */
-    kvClass parent;                   /* parent class, null for the root class Object */
-    kvMethodTable* methodTable;       /* instance methods */
-    kvMethodTable* classMethodTable;  /* class methods */
-    uint16_t instanceSize;            /* bytes of instance data this class adds */
-    uint16_t dataOffset;              /* where this class's data starts in an object's block */
-    kvModule library;                 /* class library holding the procedures */
-    uint32_t cacheCount;              /* method cache entries ever allocated */
-    struct kvMethodCache* cache;      /* 64 buckets of found methods, or null */
+    uint16_t flags;                  /* free for the class's own per-class state */
+    char name[KV_CLASS_NAME_SIZE];   /* class name */
+    kvClass parent;                  /* parent class, null for the root class Object */
+    kvMethodTable* methodTable;      /* instance methods */
+    kvMethodTable* classMethodTable; /* class methods */
+    uint16_t instanceSize;           /* bytes of instance data this class adds */
+    uint16_t dataOffset;             /* where this class's data starts in an object's block */
+    kvModule library;                /* class library holding the procedures */
+    uint32_t cacheCount;             /* method cache entries ever allocated */
+    struct kvMethodCache* cache;     /* 64 buckets of found methods, or null */
 };
 
 /* Object flags owned by the kernel. */
@@ -129,15 +129,17 @@ enum {
  * class owns the first 2, so a slice has no particular alignment and classes
  * declare their instance data inside #pragma pack(push, 1) ... pack(pop). */
 struct kvObjectHeader {
-    uint16_t flags;          /* KV_OBJ_* bits and class-owned bits */
-    void* data;              /* instance data block, null when the chain adds none */
-    kvClass cls;             /* the object's class */
-    uint16_t ownDataOffset;  /* the class's dataOffset at creation */
-    struct kvEvent* events;  /* notification events, null when none */
+    uint16_t flags;         /* KV_OBJ_* bits and class-owned bits */
+    void* data;             /* instance data block, null when the chain adds none */
+    kvClass cls;            /* the object's class */
+    uint16_t ownDataOffset; /* the class's dataOffset at creation */
+    struct kvEvent* events; /* notification events, null when none */
 };
 
 /* The name of a class, read from its handle. */
-static inline const char* kvClassName(kvClass cls) { return cls ? cls->name : 0; }
+static inline const char* kvClassName(kvClass cls) {
+    return cls ? cls->name : 0;
+}
 
 /* ---- class table ---- */
 KV_API kvClass kvAddClass(const char* name, const char* parentName, uint16_t instanceSize,
@@ -155,10 +157,9 @@ KV_API kvClass kvGetClassAt(size_t index);
 KV_API void kvPrintHierarchy(size_t index);
 
 /* ---- sends (the argument-list forms) ---- */
-KV_API kvResult kvSendMethNA(kvObject* errSlot, kvObject obj, const char* name,
-                             const kvArgs* args);
-KV_API kvResult kvSendParentMethNA(kvObject* errSlot, kvClass cls, kvObject obj,
-                                   const char* name, const kvArgs* args);
+KV_API kvResult kvSendMethNA(kvObject* errSlot, kvObject obj, const char* name, const kvArgs* args);
+KV_API kvResult kvSendParentMethNA(kvObject* errSlot, kvClass cls, kvObject obj, const char* name,
+                                   const kvArgs* args);
 KV_API kvResult kvSendClMethNA(kvObject* errSlot, kvClass cls, const char* name,
                                const kvArgs* args);
 KV_API kvResult kvSendClParentMethNA(kvObject* errSlot, kvClass cls, const char* name,
@@ -174,11 +175,9 @@ KV_API char* utilSetString(char** slot, const char* text);
 
 /* ---- notifications ---- */
 KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
-                                  kvObject subscriber, const char* methodName,
-                                  int16_t priority);
-KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier,
-                                     const char* eventName, kvObject subscriber,
-                                     const char* methodName);
+                                  kvObject subscriber, const char* methodName, int16_t priority);
+KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                     kvObject subscriber, const char* methodName);
 /* `args` is the whole list: notifier, event name, then the firing's own slots. */
 KV_API void kvFireNotificationNA(kvObject* errSlot, const kvArgs* args);
 KV_API kvResult kvFireNotificationTermNA(kvObject* errSlot, const kvArgs* args);
@@ -219,8 +218,8 @@ KV_API kvObject kvNewObject(kvObject* errSlot, const char* className, size_t arg
 KV_API kvResult kvDelObject(kvObject* errSlot, kvObject obj, size_t argc, ...);
 KV_API void kvFireNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
                                size_t argc, ...);
-KV_API kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier,
-                                       const char* eventName, size_t argc, ...);
+KV_API kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                       size_t argc, ...);
 KV_API kvObject kvMakeError(int32_t number, size_t argc, ...);
 #endif
 
@@ -239,64 +238,65 @@ KV_API kvObject kvMakeError(int32_t number, size_t argc, ...);
 #define KV_DEBUG_TRAP() ((void)0)
 #endif
 
-#define KV__BREAK_CHECK(obj, cls, meth)                                                          \
-    do {                                                                                         \
-        if (kvDebugShouldMethodBreak((obj), #meth, #cls)) KV_DEBUG_TRAP();                       \
+#define KV__BREAK_CHECK(obj, cls, meth)                                                            \
+    do {                                                                                           \
+        if (kvDebugShouldMethodBreak((obj), #meth, #cls)) KV_DEBUG_TRAP();                         \
     } while (0)
 
-#define KV_METHOD(cls, meth)                                                                     \
-    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, void* instData,           \
-                                     const kvArgs* args);                                        \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                \
-                                                void* instData, const kvArgs* args);             \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                \
-                                                void* instData, const kvArgs* args) {            \
-        KV__BREAK_CHECK(self, cls, meth);                                                        \
-        return cls##meth##_body(errSlot, self, instData, args);                                  \
-    }                                                                                            \
-    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, void* instData,           \
+#define KV_METHOD(cls, meth)                                                                       \
+    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, void* instData,             \
+                                     const kvArgs* args);                                          \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self, void* instData,  \
+                                                const kvArgs* args);                               \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self, void* instData,  \
+                                                const kvArgs* args) {                              \
+        KV__BREAK_CHECK(self, cls, meth);                                                          \
+        return cls##meth##_body(errSlot, self, instData, args);                                    \
+    }                                                                                              \
+    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, void* instData,             \
                                      const kvArgs* args)
 
 /* A method flagged KV_METHOD_NO_INSTDATA. */
-#define KV_METHOD_NO_DATA(cls, meth)                                                             \
-    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, const kvArgs* args);     \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                \
-                                                const kvArgs* args);                             \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                \
-                                                const kvArgs* args) {                            \
-        KV__BREAK_CHECK(self, cls, meth);                                                        \
-        return cls##meth##_body(errSlot, self, args);                                            \
-    }                                                                                            \
+#define KV_METHOD_NO_DATA(cls, meth)                                                               \
+    static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, const kvArgs* args);        \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                  \
+                                                const kvArgs* args);                               \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##_(kvObject* errSlot, kvObject self,                  \
+                                                const kvArgs* args) {                              \
+        KV__BREAK_CHECK(self, cls, meth);                                                          \
+        return cls##meth##_body(errSlot, self, args);                                              \
+    }                                                                                              \
     static kvResult cls##meth##_body(kvObject* errSlot, kvObject self, const kvArgs* args)
 
 /* A class method. */
-#define KV_CLASS_METHOD(cls, meth)                                                               \
-    static kvResult cls##meth##C_body(kvObject* errSlot, kvClass self, const kvArgs* args);     \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##C_(kvObject* errSlot, kvClass self,                \
-                                                 const kvArgs* args);                            \
-    KV_EXTERN_C KV_EXPORT kvResult cls##meth##C_(kvObject* errSlot, kvClass self,                \
-                                                 const kvArgs* args) {                           \
-        KV__BREAK_CHECK(0, cls, meth);                                                           \
-        return cls##meth##C_body(errSlot, self, args);                                           \
-    }                                                                                            \
+#define KV_CLASS_METHOD(cls, meth)                                                                 \
+    static kvResult cls##meth##C_body(kvObject* errSlot, kvClass self, const kvArgs* args);        \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##C_(kvObject* errSlot, kvClass self,                  \
+                                                 const kvArgs* args);                              \
+    KV_EXTERN_C KV_EXPORT kvResult cls##meth##C_(kvObject* errSlot, kvClass self,                  \
+                                                 const kvArgs* args) {                             \
+        KV__BREAK_CHECK(0, cls, meth);                                                             \
+        return cls##meth##C_body(errSlot, self, args);                                             \
+    }                                                                                              \
     static kvResult cls##meth##C_body(kvObject* errSlot, kvClass self, const kvArgs* args)
 
 /* A class's registration procedure, "register" + class name. */
-#define KV_REGISTER(cls)                                                                         \
-    KV_EXTERN_C KV_EXPORT kvClass register##cls(void);                                           \
+#define KV_REGISTER(cls)                                                                           \
+    KV_EXTERN_C KV_EXPORT kvClass register##cls(void);                                             \
     KV_EXTERN_C KV_EXPORT kvClass register##cls(void)
 
 #ifndef __cplusplus
 /* ---- C: the plain forms as macros that count and convert their slots ----
  * Each trailing argument becomes one kvArg; a floating value does not compile. */
-#define KV__SLOT(x)                                                                              \
-    ((kvArg)(x) +                                                                                \
-     0 * (kvArg)sizeof(struct {                                                                  \
-         int floats_travel_by_pointer : _Generic((x), float: -1, double: -1, long double: -1,    \
-                                                 default: 1);                                    \
-     }))
+#define KV__SLOT(x)                                                                                \
+    ((kvArg)(x) + 0 * (kvArg)sizeof(struct {                                                       \
+                      int floats_travel_by_pointer : _Generic((x), float                           \
+                                                              : -1, double                         \
+                                                              : -1, long double                    \
+                                                              : -1, default : 1);                  \
+                  }))
 #define KV__N(_1, _2, _3, _4, _5, _6, _7, _8, _9, _10, _11, _12, _13, _14, _15, _16, n, ...) n
-#define KV_NARGS(...)                                                                            \
+#define KV_NARGS(...)                                                                              \
     KV__N(__VA_ARGS__ __VA_OPT__(, ) 16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0)
 #define KV__CAT(a, b) KV__CAT2(a, b)
 #define KV__CAT2(a, b) a##b
@@ -321,19 +321,19 @@ KV_API kvObject kvMakeError(int32_t number, size_t argc, ...);
 #define KV__SLOTS(...) , KV_NARGS(__VA_ARGS__) KV__CAT(KV__S, KV_NARGS(__VA_ARGS__))(__VA_ARGS__)
 
 /* An empty trailing list is allowed: kvSendMeth(&err, obj, "print"). */
-#define kvSendMeth(errSlot, obj, name, ...)                                                      \
-    (kvSendMeth)(errSlot, obj, name KV__SLOTS(__VA_ARGS__))
-#define kvSendParentMeth(errSlot, cls, obj, name, ...)                                           \
+#define kvSendMeth(errSlot, obj, name, ...) (kvSendMeth)(errSlot, obj, name KV__SLOTS(__VA_ARGS__))
+#define kvSendParentMeth(errSlot, cls, obj, name, ...)                                             \
     (kvSendParentMeth)(errSlot, cls, obj, name KV__SLOTS(__VA_ARGS__))
-#define kvSendClMeth(errSlot, cls, name, ...) (kvSendClMeth)(errSlot, cls, name KV__SLOTS(__VA_ARGS__))
-#define kvSendClParentMeth(errSlot, cls, name, ...)                                              \
+#define kvSendClMeth(errSlot, cls, name, ...)                                                      \
+    (kvSendClMeth)(errSlot, cls, name KV__SLOTS(__VA_ARGS__))
+#define kvSendClParentMeth(errSlot, cls, name, ...)                                                \
     (kvSendClParentMeth)(errSlot, cls, name KV__SLOTS(__VA_ARGS__))
-#define kvNewObject(errSlot, className, ...)                                                     \
+#define kvNewObject(errSlot, className, ...)                                                       \
     (kvNewObject)(errSlot, className KV__SLOTS(__VA_ARGS__))
 #define kvDelObject(errSlot, obj, ...) (kvDelObject)(errSlot, obj KV__SLOTS(__VA_ARGS__))
-#define kvFireNotification(errSlot, notifier, eventName, ...)                                    \
+#define kvFireNotification(errSlot, notifier, eventName, ...)                                      \
     (kvFireNotification)(errSlot, notifier, eventName KV__SLOTS(__VA_ARGS__))
-#define kvFireNotificationTerm(errSlot, notifier, eventName, ...)                                \
+#define kvFireNotificationTerm(errSlot, notifier, eventName, ...)                                  \
     (kvFireNotificationTerm)(errSlot, notifier, eventName KV__SLOTS(__VA_ARGS__))
 #define kvMakeError(number, ...) (kvMakeError)(number KV__SLOTS(__VA_ARGS__))
 #endif /* !__cplusplus */

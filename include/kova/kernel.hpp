@@ -79,14 +79,18 @@ template <size_t N> struct MethodTable {
 // Declares `var`, a writable method table for the listed records, and proves at
 // build time that they are sorted:
 //   KV_METHOD_TABLE(objectMethods, kova::method("isA", 1), kova::method("print", 0));
-#define KV_METHOD_TABLE(var, ...)                                                                \
-    static constexpr auto var##List = std::to_array<kvMethodRecord>({__VA_ARGS__});             \
-    static_assert(kova::isSortedByName(var##List), "method table of " #var " is not sorted");    \
-    static constinit kova::MethodTable<var##List.size()> var { var##List }
+#define KV_METHOD_TABLE(var, ...)                                                                  \
+    static constexpr auto var##List = std::to_array<kvMethodRecord>({__VA_ARGS__});                \
+    static_assert(kova::isSortedByName(var##List), "method table of " #var " is not sorted");      \
+    static constinit kova::MethodTable<var##List.size()> var {                                     \
+        var##List                                                                                  \
+    }
 
 // A class with no class methods passes an empty table.
-#define KV_EMPTY_METHOD_TABLE(var)                                                               \
-    static constinit kova::MethodTable<0> var { std::array<kvMethodRecord, 0>{} }
+#define KV_EMPTY_METHOD_TABLE(var)                                                                 \
+    static constinit kova::MethodTable<0> var {                                                    \
+        std::array<kvMethodRecord, 0> {}                                                           \
+    }
 
 template <typename... A>
 inline kvResult kvSendMeth(kvObject* errSlot, kvObject obj, const char* name, A... a) {
@@ -132,8 +136,8 @@ inline void kvFireNotification(kvObject* errSlot, kvObject notifier, const char*
 }
 
 template <typename... A>
-inline kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier,
-                                       const char* eventName, A... a) {
+inline kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier, const char* eventName,
+                                       A... a) {
     const kova::ArgList<kvObject, const char*, A...> list(notifier, eventName, a...);
     return kvFireNotificationTermNA(errSlot, list.get());
 }

@@ -8,10 +8,9 @@
 namespace kova::platform {
 
 void defaultErrorDialog(kvErrorDialog* dialog) {
-    constexpr int fields[] = {KV_ERRDLG_CODE, KV_ERRDLG_SCODE, KV_ERRDLG_SOURCE,
-                              KV_ERRDLG_MESSAGE};
-    constexpr const char* labels[] = {"Native Error Number:", "Scode:", "Source:",
-                                      "Error Description:"};
+    constexpr int fields[] = {KV_ERRDLG_CODE, KV_ERRDLG_SCODE, KV_ERRDLG_SOURCE, KV_ERRDLG_MESSAGE};
+    constexpr const char* labels[] = {
+        "Native Error Number:", "Scode:", "Source:", "Error Description:"};
     std::fprintf(stderr, "%s\n", KV_ERRDLG_CAPTION);
     for (;;) {
         char text[10000];

@@ -107,6 +107,8 @@ void freeLibrary(kvModule module) {
     if (module) ::dlclose(module);
 }
 
-long lastError() { return lastSystemError; }
+long lastError() {
+    return lastSystemError;
+}
 
 } // namespace kova::platform

@@ -11,7 +11,9 @@ struct alignas(std::max_align_t) Block {
     unsigned locks; // current lock count
 };
 
-unsigned char* bytesOf(Block* block) { return reinterpret_cast<unsigned char*>(block + 1); }
+unsigned char* bytesOf(Block* block) {
+    return reinterpret_cast<unsigned char*>(block + 1);
+}
 
 } // namespace
 
@@ -45,7 +47,9 @@ void globalUnlock(MemoryHandle handle) {
     if (handle && static_cast<Block*>(handle)->locks) --static_cast<Block*>(handle)->locks;
 }
 
-void globalFree(MemoryHandle handle) { release(handle); }
+void globalFree(MemoryHandle handle) {
+    release(handle);
+}
 
 size_t globalSize(MemoryHandle handle) {
     return handle ? static_cast<Block*>(handle)->size : 0;

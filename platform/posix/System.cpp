@@ -15,7 +15,9 @@ uint64_t availablePhysicalMemory() {
 }
 
 // There is no drive root to write to: the dump goes to the current directory.
-std::string hierarchyDumpPath() { return "classdump.txt"; }
+std::string hierarchyDumpPath() {
+    return "classdump.txt";
+}
 
 int defaultMessageBox(const char* text, const char* caption, unsigned) {
     std::fprintf(stderr, "%s: %s\n", caption ? caption : "", text ? text : "");

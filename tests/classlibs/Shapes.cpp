@@ -24,11 +24,11 @@ struct SquareData {
     int32_t side;
 };
 struct ListenerData {
-    int32_t calls;          // notifications received
-    kvArg lastArgs[4];      // notifier, event name and two extra slots of the last one
-    int32_t answer;         // what "onEvent" answers
-    int32_t mode;           // what "onEvent" does besides counting
-    kvObject deleteTarget;  // object deleted in mode "deleteObject"
+    int32_t calls;         // notifications received
+    kvArg lastArgs[4];     // notifier, event name and two extra slots of the last one
+    int32_t answer;        // what "onEvent" answers
+    int32_t mode;          // what "onEvent" does besides counting
+    kvObject deleteTarget; // object deleted in mode "deleteObject"
 };
 struct RelayData {
     kvObject target;
@@ -42,30 +42,30 @@ enum ListenerMode : int32_t {
     fireAgain = 3        // fires the same event on the same notifier again
 };
 
-KV_METHOD_TABLE(shapeMethods,                     //
-                kova::method("area", 0),          //
-                kova::method("describe", 0),      //
-                kova::method("getInitCalls", 0),  //
-                kova::method("getSides", 0),      //
-                kova::method("objInit", 1),       //
+KV_METHOD_TABLE(shapeMethods,                    //
+                kova::method("area", 0),         //
+                kova::method("describe", 0),     //
+                kova::method("getInitCalls", 0), //
+                kova::method("getSides", 0),     //
+                kova::method("objInit", 1),      //
                 kova::method("setSides", 1));
-KV_METHOD_TABLE(shapeClassMethods,                //
+KV_METHOD_TABLE(shapeClassMethods, //
                 kova::method("unitSides", 0));
 KV_EMPTY_METHOD_TABLE(noMethods);
-KV_METHOD_TABLE(squareMethods,                    //
-                kova::method("area", 0),          //
-                kova::method("getSides", 0),      //
+KV_METHOD_TABLE(squareMethods,               //
+                kova::method("area", 0),     //
+                kova::method("getSides", 0), //
                 kova::method("objInit", 2));
-KV_METHOD_TABLE(listenerMethods,                  //
-                kova::method("configure", 3),     //
-                kova::method("getArg", 1),        //
-                kova::method("getCalls", 0),      //
-                kova::method("onEvent", 0),       //
+KV_METHOD_TABLE(listenerMethods,              //
+                kova::method("configure", 3), //
+                kova::method("getArg", 1),    //
+                kova::method("getCalls", 0),  //
+                kova::method("onEvent", 0),   //
                 kova::method("onOther", 0));
-KV_METHOD_TABLE(relayMethods,                     //
-                kova::method("getForward", 0),    //
+KV_METHOD_TABLE(relayMethods,                  //
+                kova::method("getForward", 0), //
                 kova::method("setForward", 1));
-KV_METHOD_TABLE(brokenMethods,                    //
+KV_METHOD_TABLE(brokenMethods, //
                 kova::method("missingProcedure", 0));
 
 } // namespace
@@ -215,8 +215,8 @@ KV_REGISTER(Square) {
 
 KV_REGISTER(Listener) {
     if (!kvRegisterClass("Object")) return nullptr;
-    ListenerClass = kvAddClass("Listener", "Object", sizeof(ListenerData), 0,
-                               listenerMethods.get(), noMethods.get());
+    ListenerClass = kvAddClass("Listener", "Object", sizeof(ListenerData), 0, listenerMethods.get(),
+                               noMethods.get());
     return ListenerClass;
 }
 
