@@ -1,0 +1,49 @@
+// A class library holding error texts for the error registry's tests,
+// "ERRTEXTS.DLL": two error table resources (one by name and type name, one by
+// number as user data) and the procedures ErrRegisterDLL calls. Its one class,
+// ErrTexts, exists so that the library can be loaded as a class library.
+#include "kova/errreg.h"
+#include "kova/resources.h"
+
+namespace {
+
+// Lines as a module writes them, a malformed one among them.
+constexpr char errorTable[] = "100 \"Disk full\" 7001\n"
+                              "101 \"Paper jam in tray %d\" 7002\n"
+                              "this line is not an error line\n"
+                              "100 \"A second text for 100\" 7003\n"
+                              "102 \"Last line, no line feed\" 7004";
+
+constexpr char libraryLines[] = "200 \"Scanner offline\" 8001\r\n"
+                                "201 \"Lamp warming up\" 8002\r\n";
+
+KV_EMPTY_METHOD_TABLE(noMethods);
+
+} // namespace
+
+// Gives the library's error lines to ErrRegisterDLL.
+extern "C" KV_EXPORT const char* errTextsLines(size_t* sizeOut) {
+    *sizeOut = sizeof libraryLines - 1;
+    return libraryLines;
+}
+
+// A procedure that has no lines to give.
+extern "C" KV_EXPORT const char* errTextsNoLines(size_t* sizeOut) {
+    *sizeOut = 0;
+    return nullptr;
+}
+
+KV_REGISTER(ErrTexts) {
+    return kvAddClass("ErrTexts", "Object", 0, 0, noMethods.get(), noMethods.get());
+}
+
+// Every module exports its table under this one name, which the address
+// sanitizer would report as one definition made twice; a table in a section of
+// its own is left out of the sanitizer's register of globals.
+extern "C" KV_EXPORT __attribute__((section(".data.rel.ro.kvresources")))
+const kvResource kvModuleResources[] = {
+    {"ERRTABLE", "ERRTEXTS", errorTable, sizeof errorTable - 1},
+    // Stored as a C string: the terminating NUL ends the text.
+    {KV_RT_RCDATA, KV_RESOURCE_ID(7), errorTable, sizeof errorTable},
+    {nullptr, nullptr, nullptr, 0},
+};
