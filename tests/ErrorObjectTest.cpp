@@ -103,6 +103,24 @@ TEST_F(ErrorObjectTest, FiftiethLiveErrorTrimsOldStacksNeverTheNewest) {
     clearErrors(fiftieth);
 }
 
+TEST_F(ErrorObjectTest, ErrorRaisedWhileAnErrorIsBeingMadeIsRefusedNotNested) {
+    kvSendMeth(&error, shape, "error", "Shape", 3443); // every lookup is cached now
+    clearErrors(error);
+    // The new error's header is made, its data block is not: the 3426 that
+    // follows is raised while the first error is being created.
+    kvDebugFailAllocOnce(1);
+    kvSendMeth(&error, shape, "error", "Shape", 3443);
+    EXPECT_EQ(error, nullptr);
+    ASSERT_EQ(shownMessages().size(), 2u);
+    EXPECT_EQ(shownMessages()[0].text, "A system level KOVA error has occurred.  KOVA cannot "
+                                       "recover.  Please terminate your application and restart.");
+    EXPECT_EQ(shownMessages()[0].caption, "KOVA Error");
+    EXPECT_EQ(shownMessages()[1].text, "Unable to allocate memory for error.");
+    // The guard is down again: the next error is made as usual.
+    kvSendMeth(&error, shape, "error", "Shape", 3443);
+    EXPECT_EQ(errorCode(error), 3443);
+}
+
 TEST_F(ErrorObjectTest, GarbageCollectModeOneDeletesEveryError) {
     for (int i = 0; i < 5; ++i)
         kvSendMeth(&error, shape, "error", "Shape", 3443);
