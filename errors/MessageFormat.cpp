@@ -23,10 +23,10 @@ struct Output {
 };
 
 struct Directive {
-    char spec[32];     // the directive rebuilt for snprintf, without length modifier
-    size_t specLength; // characters in spec
-    int lengthLongs;   // number of 'l' modifiers seen
-    char conversion;   // the conversion character, 0 when the text ended
+    char pattern[32];     // the directive rebuilt for snprintf, without length modifier
+    size_t patternLength; // characters in pattern
+    int lengthLongs;      // number of 'l' modifiers seen
+    char conversion;      // the conversion character, 0 when the text ended
 };
 
 bool isFlag(char c) {
@@ -36,11 +36,11 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-void addToSpec(Directive& d, const char* text, size_t count) {
-    if (d.specLength + count >= sizeof d.spec) return; // an absurd directive loses its tail
-    std::memcpy(d.spec + d.specLength, text, count);
-    d.specLength += count;
-    d.spec[d.specLength] = '\0';
+void addToPattern(Directive& d, const char* text, size_t count) {
+    if (d.patternLength + count >= sizeof d.pattern) return; // an absurd directive loses its tail
+    std::memcpy(d.pattern + d.patternLength, text, count);
+    d.patternLength += count;
+    d.pattern[d.patternLength] = '\0';
 }
 
 // Copies a run of digits (at most 4, which bounds widths to 9999) or a "*"
@@ -49,26 +49,26 @@ const char* readNumber(const char* p, Directive& d, const kvArgs* args, size_t& 
     if (*p == '*') {
         char number[16];
         const int value = static_cast<int>(kvArgAt(args, next++)) % 10000;
-        addToSpec(d, number,
-                  static_cast<size_t>(std::snprintf(number, sizeof number, "%d", value)));
+        addToPattern(d, number,
+                     static_cast<size_t>(std::snprintf(number, sizeof number, "%d", value)));
         return p + 1;
     }
     const char* start = p;
     while (isDigit(*p))
         ++p;
-    addToSpec(d, start, static_cast<size_t>(p - start) > 4 ? 4 : static_cast<size_t>(p - start));
+    addToPattern(d, start, static_cast<size_t>(p - start) > 4 ? 4 : static_cast<size_t>(p - start));
     return p;
 }
 
 // Parses the directive after a '%'; answers where the text goes on.
 const char* parseDirective(const char* p, Directive& d, const kvArgs* args, size_t& next) {
     d = Directive{};
-    addToSpec(d, "%", 1);
+    addToPattern(d, "%", 1);
     while (isFlag(*p))
-        addToSpec(d, p++, 1);
+        addToPattern(d, p++, 1);
     p = readNumber(p, d, args, next);
     if (*p == '.') {
-        addToSpec(d, p++, 1);
+        addToPattern(d, p++, 1);
         p = readNumber(p, d, args, next);
     }
     while (*p == 'l' || *p == 'h') {
@@ -88,11 +88,12 @@ bool formatValue(Output& o, Directive& d, kvArg slot) {
     case 'd':
     case 'i':
         if (d.lengthLongs >= 2) {
-            addToSpec(d, "lld", 3);
-            written = std::snprintf(at, room, d.spec, static_cast<long long>(slot));
+            addToPattern(d, "lld", 3);
+            written = std::snprintf(at, room, d.pattern, static_cast<long long>(slot));
         } else {
-            addToSpec(d, "d", 1);
-            written = std::snprintf(at, room, d.spec, static_cast<int>(static_cast<int32_t>(slot)));
+            addToPattern(d, "d", 1);
+            written =
+                std::snprintf(at, room, d.pattern, static_cast<int>(static_cast<int32_t>(slot)));
         }
         break;
     case 'u':
@@ -100,27 +101,27 @@ bool formatValue(Output& o, Directive& d, kvArg slot) {
     case 'X':
     case 'o': {
         const char conversion[4] = {'l', 'l', d.conversion, '\0'};
-        addToSpec(d, conversion, 3);
+        addToPattern(d, conversion, 3);
         const unsigned long long value = d.lengthLongs >= 2
                                              ? static_cast<unsigned long long>(slot)
                                              : static_cast<uint32_t>(static_cast<uintptr_t>(slot));
-        written = std::snprintf(at, room, d.spec, value);
+        written = std::snprintf(at, room, d.pattern, value);
         break;
     }
     case 'c':
-        addToSpec(d, "c", 1);
+        addToPattern(d, "c", 1);
         written =
-            std::snprintf(at, room, d.spec, static_cast<int>(static_cast<unsigned char>(slot)));
+            std::snprintf(at, room, d.pattern, static_cast<int>(static_cast<unsigned char>(slot)));
         break;
     case 's': {
         const auto* text = reinterpret_cast<const char*>(slot);
-        addToSpec(d, "s", 1);
-        written = std::snprintf(at, room, d.spec, text ? text : "(null)");
+        addToPattern(d, "s", 1);
+        written = std::snprintf(at, room, d.pattern, text ? text : "(null)");
         break;
     }
     case 'p':
-        addToSpec(d, "p", 1);
-        written = std::snprintf(at, room, d.spec, reinterpret_cast<void*>(slot));
+        addToPattern(d, "p", 1);
+        written = std::snprintf(at, room, d.pattern, reinterpret_cast<void*>(slot));
         break;
     default:
         return false;

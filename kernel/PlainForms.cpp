@@ -68,29 +68,24 @@ KV_API kvObject kvMakeError(int32_t number, size_t argc, ...) {
 }
 
 // The firing forms put the notifier and the event name in front of the slots.
+#define KV_COLLECT_FIRING(last)                                                                    \
+    kvArg slots[maxPlainSlots + 2];                                                                \
+    slots[0] = reinterpret_cast<kvArg>(notifier);                                                  \
+    slots[1] = reinterpret_cast<kvArg>(eventName);                                                 \
+    va_list ap;                                                                                    \
+    va_start(ap, last);                                                                            \
+    const kvArgs list{slots, collect(slots + 2, argc, ap).count + 2};                              \
+    va_end(ap)
+
 KV_API void kvFireNotification(kvObject* errSlot, kvObject notifier, const char* eventName,
                                size_t argc, ...) {
-    kvArg slots[maxPlainSlots + 2];
-    slots[0] = reinterpret_cast<kvArg>(notifier);
-    slots[1] = reinterpret_cast<kvArg>(eventName);
-    va_list ap;
-    va_start(ap, argc);
-    const kvArgs rest = collect(slots + 2, argc, ap);
-    va_end(ap);
-    const kvArgs list{slots, rest.count + 2};
+    KV_COLLECT_FIRING(argc);
     kvFireNotificationNA(errSlot, &list);
 }
 
 KV_API kvResult kvFireNotificationTerm(kvObject* errSlot, kvObject notifier, const char* eventName,
                                        size_t argc, ...) {
-    kvArg slots[maxPlainSlots + 2];
-    slots[0] = reinterpret_cast<kvArg>(notifier);
-    slots[1] = reinterpret_cast<kvArg>(eventName);
-    va_list ap;
-    va_start(ap, argc);
-    const kvArgs rest = collect(slots + 2, argc, ap);
-    va_end(ap);
-    const kvArgs list{slots, rest.count + 2};
+    KV_COLLECT_FIRING(argc);
     return kvFireNotificationTermNA(errSlot, &list);
 }
 

@@ -36,6 +36,7 @@ int main(void) {
     CHECK(kvTableInsertEntry_CLASSLOCATION("Shape", "TESTSHP.DLL") == 1);
     CHECK(kvTableInsertEntry_CLASSLOCATION("Polygon", "TESTSHP.DLL") == 1);
     CHECK(kvTableInsertEntry_CLASSLOCATION("Square", "TESTSHP.DLL") == 1);
+    CHECK(kvTableInsertEntry_CLASSLOCATION("Listener", "TESTSHP.DLL") == 1);
 
     square = kvNewObject(&error, "Square", 4, 6);
     CHECK(square != 0);
@@ -58,6 +59,19 @@ int main(void) {
         CHECK(strcmp((const char*)kvSendMeth(0, made, "getMessage"),
                      "Invalid string input; Parameter Name = bad") == 0);
         kvSendMeth(&made, made, "deleteTopError");
+    }
+    {
+        /* The firing forms put the notifier and the event name first. */
+        kvObject listener = kvNewObject(&error, "Listener");
+        CHECK(kvAddNotification(&error, square, "OnStore", listener, "onEvent", 1) == 1);
+        kvFireNotification(&error, square, "OnStore", 42, "extra");
+        CHECK(kvSendMeth(&error, listener, "getArg", 0) == (kvArg)square);
+        CHECK(kvSendMeth(&error, listener, "getArg", 2) == 42);
+        kvSendMeth(&error, listener, "configure", 300, 0, 0);
+        CHECK(kvFireNotificationTerm(&error, square, "OnStore") == 300);
+        CHECK(kvSendMeth(&error, listener, "getCalls") == 2);
+        CHECK(kvDeleteNotification(&error, square, "OnStore", listener, "onEvent") == 1);
+        kvDelObject(&error, listener);
     }
     kvDelObject(&error, square);
     kvTerminate();
