@@ -2,6 +2,7 @@
 // methods create and destroy the objects of every class. Its "error" and
 // "errorSystem" methods belong to error reporting and live with the error
 // classes.
+#include "errors/Raise.hpp"
 #include "kernel/Kernel.hpp"
 #include "platform/Platform.hpp"
 
@@ -41,9 +42,8 @@ const char* argString(const kvArgs* args, size_t index) {
 // receiver's class.
 KV_METHOD(Object, MethodNotFound) {
     (void)instData;
-    kvSendMeth(errSlot, self, "error", kvClassName(ObjectClass), 3427, argString(args, 0),
-               kvClassName(self->cls));
-    return 0;
+    return kova::raiseError(errSlot, self, ObjectClass, 3427, argString(args, 0),
+                            kvClassName(self->cls));
 }
 
 KV_METHOD(Object, getFreeMem) {
@@ -125,7 +125,7 @@ KV_CLASS_METHOD(Object, objectCreate) {
     if (total) {
         obj->data = kova::platform::allocateZeroed(total);
         if (!obj->data) {
-            kvSendMeth(errSlot, obj, "error", kvClassName(ObjectClass), 3426);
+            kova::raiseError(errSlot, obj, ObjectClass, 3426);
             kvFreeObject(obj);
             return 0;
         }
