@@ -25,7 +25,7 @@ constexpr size_t textLength(const char* text) {
 
 } // namespace
 
-extern "C" KV_EXPORT const kvResource kvModuleResources[] = {
+KV_MODULE_RESOURCES = {
     {KV_RT_RCDATA, KV_RESOURCE_ID(KV_CLASSLOC_RESOURCE_ID), builtInClassLocations,
      sizeof builtInClassLocations},
 #define KV_MESSAGE(number, text) {KV_RT_STRING, KV_RESOURCE_ID(number), text, textLength(text)},

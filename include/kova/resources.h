@@ -6,6 +6,8 @@
 #ifndef KOVA_RESOURCES_H
 #define KOVA_RESOURCES_H
 
+#include "kova/kernel.h"
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -20,5 +22,17 @@ typedef struct kvResource {
     const void* data; /* the bytes; null ends the table */
     size_t size;      /* number of bytes */
 } kvResource;
+
+/* Defines the module's table:  KV_MODULE_RESOURCES = { {...}, ..., {0, 0, 0, 0} };
+ * Every module exports its table under the one name; a table in a section of
+ * its own is left out of the address sanitizer's register of globals, which
+ * would otherwise take the tables of two modules for one symbol defined twice. */
+#if defined(__GNUC__) && !defined(_WIN32)
+#define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
+#else
+#define KV__RESOURCE_SECTION
+#endif
+#define KV_MODULE_RESOURCES                                                                        \
+    KV_EXTERN_C KV_EXPORT KV__RESOURCE_SECTION const kvResource kvModuleResources[]
 
 #endif /* KOVA_RESOURCES_H */

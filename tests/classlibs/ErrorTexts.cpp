@@ -37,11 +37,7 @@ KV_REGISTER(ErrTexts) {
     return kvAddClass("ErrTexts", "Object", 0, 0, noMethods.get(), noMethods.get());
 }
 
-// Every module exports its table under this one name, which the address
-// sanitizer would report as one definition made twice; a table in a section of
-// its own is left out of the sanitizer's register of globals.
-extern "C" KV_EXPORT __attribute__((section(".data.rel.ro.kvresources")))
-const kvResource kvModuleResources[] = {
+KV_MODULE_RESOURCES = {
     {"ERRTABLE", "ERRTEXTS", errorTable, sizeof errorTable - 1},
     // Stored as a C string: the terminating NUL ends the text.
     {KV_RT_RCDATA, KV_RESOURCE_ID(7), errorTable, sizeof errorTable},
