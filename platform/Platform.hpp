@@ -33,6 +33,9 @@ std::string moduleFileName(kvModule module);
 kvModule kernelModule();
 // The system's last error code for the calling thread.
 long lastError();
+// Records the error code (an errno value) of a failed runtime-library call, so
+// that the next "errorSystem" reports it.
+void rememberSystemError(long code);
 
 // ---- resources ----
 // The bytes of a resource of `module`, or an empty span when it has none.

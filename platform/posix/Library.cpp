@@ -111,4 +111,8 @@ long lastError() {
     return lastSystemError;
 }
 
+void rememberSystemError(long code) {
+    lastSystemError = code;
+}
+
 } // namespace kova::platform
