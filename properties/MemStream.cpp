@@ -47,20 +47,28 @@ int32_t int32Arg(const kvArgs* args, size_t index) {
     return static_cast<int32_t>(kvArgAt(args, index));
 }
 
-// Makes the block `newLength` bytes long (newLength > length). Bytes between
-// the old end and the write position are zeroed, so a write after a seek past
-// the end never exposes stale heap contents. False, with the stream
-// untouched, when the memory cannot be had.
+// Makes the block `newLength` bytes long (newLength > length). The new bytes
+// start as zeros, so a write after a seek past the end never exposes stale
+// heap contents. False, with the stream untouched, when the memory cannot be
+// had.
 bool grow(MemStreamData* stream, int64_t newLength) {
     auto* grown = static_cast<unsigned char*>(
         kova::platform::reallocate(stream->data, static_cast<size_t>(newLength)));
     if (!grown) return false;
-    if (stream->position > stream->length)
-        std::memset(grown + stream->length, 0,
-                    static_cast<size_t>(stream->position - stream->length));
+    std::memset(grown + stream->length, 0, static_cast<size_t>(newLength - stream->length));
     stream->data = grown;
     stream->length = static_cast<int32_t>(newLength);
     return true;
+}
+
+// Where in the block `buffer` starts, or -1 when it lies outside. A caller may
+// write bytes of the stream back into it; growth moves the block, and the
+// source must move with it.
+int64_t offsetInBlock(const MemStreamData* stream, const unsigned char* buffer) {
+    const auto start = reinterpret_cast<uintptr_t>(stream->data);
+    const auto at = reinterpret_cast<uintptr_t>(buffer);
+    if (at < start || at - start >= static_cast<uintptr_t>(stream->length)) return -1;
+    return static_cast<int64_t>(at - start);
 }
 
 // The position a seek asks for, or -1 when it is refused. From the end the
@@ -139,10 +147,12 @@ KV_METHOD(MemStream, Write) {
     if (!buffer || count < 0) return kova::raiseError(errSlot, self, MemStreamClass, 3437);
     const int64_t end = int64_t{stream->position} + count;
     if (end > stream->length) {
+        const int64_t sourceOffset = offsetInBlock(stream, buffer);
         if (stream->fixed || end > largestPosition || !grow(stream, end))
             return kova::raiseError(errSlot, self, MemStreamClass, 3437);
+        if (sourceOffset >= 0) buffer = stream->data + sourceOffset;
     }
-    std::memcpy(stream->data + stream->position, buffer, size_t(count));
+    std::memmove(stream->data + stream->position, buffer, size_t(count));
     stream->position = static_cast<int32_t>(end);
     return count;
 }

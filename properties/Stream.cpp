@@ -42,7 +42,7 @@ uint32_t fromLittleEndian(const unsigned char* bytes, size_t width) {
     return value;
 }
 
-// Reads a `width`-byte integer into the caller's cell, which may lie anywhere
+// Reads a Cell-sized integer into the caller's cell, which may lie anywhere
 // (often inside packed instance data). The cell's current value seeds the
 // bytes, so a short read changes only the bytes that arrived, exactly as a
 // read straight into the cell would on a little-endian host.
