@@ -1,0 +1,139 @@
+// Forwarders: methods a forwarder does not know reach its target, which
+// answers with its own data; notification operations act on the target; a
+// forwarder without a target, or one that reaches itself again, reports an
+// error instead of delivering.
+#include "tests/KernelFixture.hpp"
+
+#include <vector>
+
+namespace kova::test {
+namespace {
+
+class ForwarderTest : public KernelTest {
+  protected:
+    kvObject error = nullptr;
+    std::vector<kvObject> made;
+
+    void SetUp() override {
+        KernelTest::SetUp();
+        ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("Echo", "TESTSGL.DLL"), 1);
+    }
+    void TearDown() override {
+        clearErrors(error);
+        // Deleting asks a forwarder for its target, which may be gone already.
+        for (kvObject obj : made)
+            if (obj->flags & KV_OBJ_FORWARDER) kvSendMeth(nullptr, obj, "setForward", nullptr);
+        for (kvObject obj : made)
+            kvDelObject(nullptr, obj);
+        KernelTest::TearDown();
+    }
+
+    template <typename... A> kvObject make(const char* className, A... args) {
+        kvObject obj = kvNewObject(&error, className, args...);
+        if (obj) made.push_back(obj);
+        return obj;
+    }
+    kvObject echo(int32_t value) { return make("Echo", value); }
+    kvObject forw(kvObject target) { return make("Forw", target); }
+
+    int32_t takeError() {
+        const int32_t code = errorCode(error);
+        clearErrors(error);
+        return code;
+    }
+    static kvObject forwardOf(kvObject forwarder) {
+        return reinterpret_cast<kvObject>(kvSendMeth(nullptr, forwarder, "getForward"));
+    }
+};
+
+TEST_F(ForwarderTest, UnknownMethodsReachTheTargetWithItsDataAndArguments) {
+    kvObject target = echo(100);
+    kvObject forwarder = forw(target);
+    ASSERT_NE(forwarder, nullptr);
+    EXPECT_TRUE(forwarder->flags & KV_OBJ_FORWARDER);
+    EXPECT_EQ(forwardOf(forwarder), target);
+
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "sum", 20, 3), 123);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "argCount", 1, 2, 3, 4, 5), 5);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "getSelf"), reinterpret_cast<kvResult>(target));
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "storeData", 7), 1);
+    EXPECT_EQ(kvSendMeth(&error, target, "fetchData"), 7);
+
+    kvObject outer = forw(forwarder); // a chain of two
+    EXPECT_EQ(kvSendMeth(&error, outer, "sum", 1, 1), 9);
+    EXPECT_EQ(error, nullptr);
+
+    // What the target does not know either is reported by the target.
+    EXPECT_EQ(kvSendMeth(&error, outer, "fly"), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method fly was sent to class Echo");
+}
+
+TEST_F(ForwarderTest, MethodsOfObjectAreAnsweredByTheForwarderItself) {
+    kvObject target = echo(1);
+    kvObject forwarder = forw(target);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "isA", "Forw"), -1);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "isA", "Echo"), 0);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "respondsTo", "sum"), 0);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "respondsTo", "getForward"), 1);
+
+    kvObject other = echo(50);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "setForward", other), 1);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "sum", 0, 0), 50);
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(ForwarderTest, SubscriptionsThroughAForwarderLandOnItsTarget) {
+    kvObject target = echo(1);
+    kvObject forwarder = forw(target);
+    kvObject listener = make("Listener");
+    EXPECT_EQ(kvAddNotification(&error, forwarder, "OnStore", listener, "onEvent", 1), 1);
+    EXPECT_NE(target->events, nullptr);
+    EXPECT_EQ(forwarder->events, nullptr);
+    EXPECT_EQ(kvResolveForwards(forwarder), target);
+
+    kvFireNotification(&error, forwarder, "OnStore", 5);
+    EXPECT_EQ(kvSendMeth(&error, listener, "getCalls"), 1);
+    EXPECT_EQ(kvSendMeth(&error, listener, "getArg", 2), 5);
+    EXPECT_EQ(kvDeleteNotification(&error, forwarder, "OnStore", listener, "onEvent"), 1);
+    EXPECT_EQ(target->events, nullptr);
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(ForwarderTest, WithoutATargetNothingIsDeliveredAndTheLinkIsReportedMissing) {
+    kvObject forwarder = forw(nullptr);
+    ASSERT_NE(forwarder, nullptr);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "sum", 1, 2), 0);
+    EXPECT_EQ(errorMessage(error),
+              "Unable to perform operation because a required link is not available");
+    EXPECT_EQ(takeError(), 3451);
+    EXPECT_TRUE(shownMessages().empty());
+    EXPECT_EQ(kvResolveForwards(forwarder), nullptr);
+    EXPECT_EQ(kvAddNotification(&error, forwarder, "OnStore", forwarder, "sum", 1), -1);
+}
+
+// A forwarder that reaches itself again would pass a message round forever:
+// the ring is cut and the method reported as unimplemented, once.
+TEST_F(ForwarderTest, AForwarderThatReachesItselfReportsTheMethodOnce) {
+    kvObject self = forw(nullptr);
+    kvSendMeth(&error, self, "setForward", self);
+    EXPECT_EQ(kvSendMeth(&error, self, "sum", 1, 2), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method sum was sent to class Forw");
+    EXPECT_EQ(takeError(), 3427);
+
+    kvObject a = forw(nullptr);
+    kvObject b = forw(a);
+    kvSendMeth(&error, a, "setForward", b);
+    EXPECT_EQ(kvSendMeth(&error, a, "sum", 1, 2), 0);
+    ASSERT_EQ(errorCode(error), 3427);
+    kvSendMeth(&error, error, "deleteTopError");
+    EXPECT_EQ(error, nullptr) << "one error for the whole ring";
+    EXPECT_TRUE(shownMessages().empty());
+
+    // The ring broken, the same forwarders deliver again.
+    kvSendMeth(&error, b, "setForward", echo(40));
+    EXPECT_EQ(kvSendMeth(&error, a, "sum", 1, 2), 43);
+    EXPECT_EQ(error, nullptr);
+}
+
+} // namespace
+} // namespace kova::test
