@@ -2,7 +2,9 @@
 // "storeData" takes a pointer to one (the property copies the bytes);
 // "fetchData" answers a pointer to the property's own, which stays valid
 // until the next store. The pair is packed, as it lies inside packed
-// instance data, so read it through this type rather than a padded copy.
+// instance data, so read it through this type rather than a padded copy,
+// and take its fields by value (a reference or pointer to a field of a packed
+// structure may be misaligned).
 #pragma once
 
 #include <cstdint>

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdio>
 
 namespace kova::test {
 namespace {
@@ -350,6 +351,27 @@ TEST_F(ScalarPropertyTest, StrPropReadsALongRecordAcrossPieces) {
     kvObject copy = make("StrProp", "Copy", 0, nullptr);
     EXPECT_EQ(readInto(copy, recordOf(title)), 0);
     EXPECT_EQ(text(kvSendMeth(&error, copy, "fetchData")), longText);
+}
+
+TEST_F(ScalarPropertyTest, StrPropRecordsTravelThroughFilesAndCutFilesAreRefused) {
+    const char* path = "scalar-property-test.bin";
+    kvObject title = make("StrProp", "Title", KV_OBJ_PERSISTENT, "on disk");
+    kvObject out = kvNewObject(&error, "FileStream", path, "wb");
+    kvSendMeth(&error, title, "writeToStream", out);
+    const std::vector<uint8_t> cut = recordOf(title); // then the same record, less 3 bytes
+    kvSendMeth(&error, out, "Write", cut.data(), static_cast<int32_t>(cut.size() - 3));
+    kvDelObject(&error, out);
+
+    kvObject copy = make("StrProp", "Copy", 0, nullptr);
+    kvObject in = kvNewObject(&error, "FileStream", path, "rb");
+    EXPECT_EQ(kvSendMeth(&error, copy, "readFromStream", in), 0);
+    EXPECT_EQ(text(kvSendMeth(&error, copy, "fetchData")), "on disk");
+    EXPECT_EQ(kvSendMeth(&error, copy, "readFromStream", in), -1);
+    EXPECT_EQ(takeError(), 3432);
+    EXPECT_EQ(text(kvSendMeth(&error, copy, "fetchData")), "on disk");
+    kvDelObject(&error, in);
+    std::remove(path);
+    EXPECT_EQ(error, nullptr);
 }
 
 // ---- BlobProp ----
