@@ -196,8 +196,7 @@ KV_METHOD(Property, setName) {
         renameVetoed)
         return 0;
     if (!newName || !*newName) return 0;
-    if (!replaceName(property, newName))
-        kova::raiseError(errSlot, self, PropertyClass, 3429);
+    if (!replaceName(property, newName)) kova::raiseError(errSlot, self, PropertyClass, 3429);
     return 0;
 }
 
