@@ -35,6 +35,8 @@ class ForwarderTest : public KernelTest {
     }
     kvObject echo(int32_t value) { return make("Echo", value); }
     kvObject forw(kvObject target) { return make("Forw", target); }
+    // A property forwarder named "link" with id 7, owned by nobody.
+    kvObject propForw(kvObject target) { return make("PropForw", target, nullptr, "link", 7, 0); }
 
     int32_t takeError() {
         const int32_t code = errorCode(error);
@@ -132,6 +134,70 @@ TEST_F(ForwarderTest, AForwarderThatReachesItselfReportsTheMethodOnce) {
     // The ring broken, the same forwarders deliver again.
     kvSendMeth(&error, b, "setForward", echo(40));
     EXPECT_EQ(kvSendMeth(&error, a, "sum", 1, 2), 43);
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(ForwarderTest, APropertyForwarderSendsOnFetchStoreAndUnknownMethods) {
+    kvObject target = echo(3);
+    kvObject link = propForw(target);
+    ASSERT_NE(link, nullptr);
+    EXPECT_TRUE(link->flags & KV_OBJ_FORWARDER);
+    EXPECT_EQ(forwardOf(link), target);
+    EXPECT_EQ(kvSendMeth(&error, link, "fetchData"), 3);
+    EXPECT_EQ(kvSendMeth(&error, link, "storeData", 9), 1) << "the target's answer";
+    EXPECT_EQ(kvSendMeth(&error, target, "fetchData"), 9);
+    EXPECT_EQ(kvSendMeth(&error, link, "sum", 1, 1), 11);
+
+    // Property's own methods are answered by the forwarder.
+    EXPECT_STREQ(reinterpret_cast<const char*>(kvSendMeth(&error, link, "getName")), "link");
+    EXPECT_EQ(kvSendMeth(&error, link, "getId"), 7);
+    EXPECT_EQ(kvSendMeth(&error, link, "setForward", echo(20)), 0);
+    EXPECT_EQ(kvSendMeth(&error, link, "fetchData"), 20);
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(ForwarderTest, AnUnlinkedPropertyForwarderReportsTheMissingLink) {
+    kvObject link = propForw(nullptr);
+    ASSERT_NE(link, nullptr);
+    EXPECT_EQ(kvSendMeth(&error, link, "fetchData"), 0);
+    EXPECT_EQ(takeError(), 3451);
+    EXPECT_EQ(kvSendMeth(&error, link, "storeData", 5), 0);
+    EXPECT_EQ(takeError(), 3451);
+    EXPECT_EQ(kvSendMeth(&error, link, "sum", 1, 2), 0);
+    EXPECT_EQ(takeError(), 3451);
+    EXPECT_TRUE(shownMessages().empty());
+}
+
+TEST_F(ForwarderTest, RingsOfBothKindsOfForwarderEndWithOneError) {
+    kvObject link = propForw(nullptr);
+    kvSendMeth(&error, link, "setForward", link);
+    EXPECT_EQ(kvSendMeth(&error, link, "fetchData"), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method fetchData was sent to class PropForw");
+    EXPECT_EQ(takeError(), 3427);
+
+    kvObject forwarder = forw(link);
+    kvSendMeth(&error, link, "setForward", forwarder);
+    EXPECT_EQ(kvSendMeth(&error, forwarder, "sum", 1, 2), 0);
+    ASSERT_EQ(errorCode(error), 3427);
+    kvSendMeth(&error, error, "deleteTopError");
+    EXPECT_EQ(error, nullptr);
+}
+
+// A saved record carries the target's address from another time: reading
+// one back must not make the forwarder send there.
+TEST_F(ForwarderTest, ReadingASavedRecordKeepsThePropertyForwardersTarget) {
+    kvObject target = echo(4);
+    kvObject link = propForw(target);
+    kvObject stream = make("MemStream", 0, 0);
+    ASSERT_NE(stream, nullptr);
+    const unsigned char garbage[sizeof(kvObject)] = {0x41, 0x41, 0x41, 0x41, 0x41, 0x41, 0x41};
+    kvSendMeth(&error, stream, "WriteInt16", 0);
+    kvSendMeth(&error, stream, "Write", garbage, int32_t{sizeof garbage});
+    kvSendMeth(&error, stream, "Rewind");
+    kvSendMeth(&error, link, "readFromStream", stream);
+    EXPECT_EQ(forwardOf(link), target);
+    EXPECT_TRUE(link->flags & KV_OBJ_FORWARDER) << "a record does not unmake a forwarder";
+    EXPECT_EQ(kvSendMeth(&error, link, "fetchData"), 4);
     EXPECT_EQ(error, nullptr);
 }
 

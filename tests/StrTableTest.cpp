@@ -265,16 +265,5 @@ TEST_F(StrTableTest, FailedAllocationsLeaveTheTableAsItWas) {
     }
 }
 
-TEST_F(StrTableTest, AddingStopsAtTheLargest16BitCount) {
-    kvObject table = makeTable(100);
-    for (int i = 0; i < 32767; ++i)
-        ASSERT_EQ(kvSendMeth(&error, table, "addString", ""), i);
-    EXPECT_EQ(kvSendMeth(&error, table, "addString", ""), -1);
-    EXPECT_EQ(takeError(), 3429);
-    EXPECT_EQ(count(table), 32767);
-    EXPECT_EQ(kvSendMeth(&error, table, "getString", 32767), 0);
-    EXPECT_EQ(takeError(), 3441);
-}
-
 } // namespace
 } // namespace kova::test
