@@ -102,7 +102,7 @@ template <typename Visit> kvObject walk(kvObject self, Visit visit) {
 // the caller's trailing arguments. Short lists live on the stack.
 class LeadingSlotList {
   public:
-    explicit LeadingSlotList(const kvArgs& rest) : rest(rest) {
+    explicit LeadingSlotList(const kvArgs& rest) {
         const size_t count = rest.count + 1;
         slots = count <= std::size(local)
                     ? local
@@ -125,7 +125,6 @@ class LeadingSlotList {
     }
 
   private:
-    const kvArgs& rest;
     kvArg local[16];
     kvArg* slots = nullptr;
     kvArgs list{nullptr, 0};
