@@ -105,9 +105,8 @@ template <typename T> T copyOf(T value) {
 
 // Little-endian bytes of a 16-bit flags word followed by more bytes.
 inline std::vector<uint8_t> record(uint16_t flags, std::vector<uint8_t> rest = {}) {
-    std::vector<uint8_t> bytes{static_cast<uint8_t>(flags), static_cast<uint8_t>(flags >> 8)};
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-    return bytes;
+    rest.insert(rest.begin(), {static_cast<uint8_t>(flags), static_cast<uint8_t>(flags >> 8)});
+    return rest;
 }
 
 inline std::vector<uint8_t> le32(uint32_t value) {
