@@ -231,7 +231,7 @@ KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const ch
     }
     fresh->subscriber = subscriber;
     fresh->priority = priority;
-    std::strncpy(fresh->method, methodName, KV_METHOD_NAME_SIZE);
+    std::memcpy(fresh->method, methodName, ::strnlen(methodName, KV_METHOD_NAME_SIZE));
 
     bool inserted = false;
     if (insertSubscriber(event, fresh, &inserted)) {
