@@ -11,7 +11,12 @@ long allocationsBeforeFailure = -1; // -1: never fail
 bool failOnlyOnce = false;          // the failure ends the failing
 unsigned long allocationCount = 0;
 
-// Counts one allocation; false when the test switch says this one fails.
+} // namespace
+
+namespace kova::platform {
+
+// Counts one allocation; false when the test switch says this one fails. Also
+// asked by movable memory where the system, not this heap, allocates it.
 bool admitAllocation() {
     if (allocationsBeforeFailure == 0) {
         if (failOnlyOnce) allocationsBeforeFailure = -1;
@@ -21,10 +26,6 @@ bool admitAllocation() {
     ++allocationCount;
     return true;
 }
-
-} // namespace
-
-namespace kova::platform {
 
 void* allocate(size_t size) {
     if (!admitAllocation()) return nullptr;

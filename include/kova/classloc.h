@@ -25,6 +25,8 @@ typedef struct kvClassLocation {
     char className[KV_CLASSLOC_CLASS_SIZE];     /* NUL-padded */
     char libraryName[KV_CLASSLOC_LIBRARY_SIZE]; /* NUL-padded */
 } kvClassLocation;
+KV__STATIC_ASSERT(sizeof(kvClassLocation) == KV_CLASSLOC_ENTRY_SIZE);
+KV__STATIC_ASSERT(offsetof(kvClassLocation, libraryName) == 21);
 
 KV_API int KovaClassLocationInit4(void);
 KV_API void KovaClassLocationTerm4(void);

@@ -30,6 +30,16 @@ extern "C" {
 #define KV_EXTERN_C
 #endif
 
+/* Records shared with class libraries and files have exact layouts; the build
+ * checks them. KV__LAYOUT32 checks a layout of the 32-bit build, where
+ * pointers are 4 bytes wide. */
+#ifdef __cplusplus
+#define KV__STATIC_ASSERT(condition) static_assert(condition, #condition)
+#else
+#define KV__STATIC_ASSERT(condition) _Static_assert(condition, #condition)
+#endif
+#define KV__LAYOUT32(condition) KV__STATIC_ASSERT(sizeof(void*) != 4 || (condition))
+
 /* One argument slot and one method result: pointer-sized, so an integer, a
  * pointer or an object travels in one slot. Floating values travel by pointer. */
 typedef intptr_t kvArg;
@@ -88,6 +98,10 @@ typedef struct kvMethodRecord {
     uint16_t argCount;              /* named arguments; informational only */
     kvProc proc;                    /* filled in when the class is added */
 } kvMethodRecord;
+KV__LAYOUT32(sizeof(kvMethodRecord) == 40);
+KV__LAYOUT32(offsetof(kvMethodRecord, flags) == 32);
+KV__LAYOUT32(offsetof(kvMethodRecord, argCount) == 34);
+KV__LAYOUT32(offsetof(kvMethodRecord, proc) == 36);
 
 #pragma pack(push, 1)
 /* A class's method table: a count followed, unpadded, by the records. */
@@ -96,6 +110,8 @@ typedef struct kvMethodTable {
     kvMethodRecord* records; /* `count` records sorted by name */
 } kvMethodTable;
 #pragma pack(pop)
+KV__LAYOUT32(sizeof(kvMethodTable) == 6);
+KV__LAYOUT32(offsetof(kvMethodTable, records) == 2);
 
 struct kvMethodCache;
 struct kvEvent;
@@ -114,6 +130,16 @@ struct kvClassRecord {
     uint32_t cacheCount;             /* method cache entries ever allocated */
     struct kvMethodCache* cache;     /* 64 buckets of found methods, or null */
 };
+KV__LAYOUT32(sizeof(struct kvClassRecord) == 52);
+KV__LAYOUT32(offsetof(struct kvClassRecord, name) == 2);
+KV__LAYOUT32(offsetof(struct kvClassRecord, parent) == 24);
+KV__LAYOUT32(offsetof(struct kvClassRecord, methodTable) == 28);
+KV__LAYOUT32(offsetof(struct kvClassRecord, classMethodTable) == 32);
+KV__LAYOUT32(offsetof(struct kvClassRecord, instanceSize) == 36);
+KV__LAYOUT32(offsetof(struct kvClassRecord, dataOffset) == 38);
+KV__LAYOUT32(offsetof(struct kvClassRecord, library) == 40);
+KV__LAYOUT32(offsetof(struct kvClassRecord, cacheCount) == 44);
+KV__LAYOUT32(offsetof(struct kvClassRecord, cache) == 48);
 
 /* Object flags owned by the kernel. */
 enum {
@@ -135,6 +161,11 @@ struct kvObjectHeader {
     uint16_t ownDataOffset; /* the class's dataOffset at creation */
     struct kvEvent* events; /* notification events, null when none */
 };
+KV__LAYOUT32(sizeof(struct kvObjectHeader) == 20);
+KV__LAYOUT32(offsetof(struct kvObjectHeader, data) == 4);
+KV__LAYOUT32(offsetof(struct kvObjectHeader, cls) == 8);
+KV__LAYOUT32(offsetof(struct kvObjectHeader, ownDataOffset) == 12);
+KV__LAYOUT32(offsetof(struct kvObjectHeader, events) == 16);
 
 /* The name of a class, read from its handle. */
 static inline const char* kvClassName(kvClass cls) {

@@ -2,17 +2,13 @@
 // "ERRTEXTS.DLL": two error table resources (one by name and type name, one by
 // number as user data) and the procedures ErrRegisterDLL calls. Its one class,
 // ErrTexts, exists so that the library can be loaded as a class library.
+#include "ErrorTexts.h"
 #include "kova/errreg.h"
 #include "kova/resources.h"
 
 namespace {
 
-// Lines as a module writes them, a malformed one among them.
-constexpr char errorTable[] = "100 \"Disk full\" 7001\n"
-                              "101 \"Paper jam in tray %d\" 7002\n"
-                              "this line is not an error line\n"
-                              "100 \"A second text for 100\" 7003\n"
-                              "102 \"Last line, no line feed\" 7004";
+constexpr char errorTable[] = ERRTEXTS_TABLE;
 
 constexpr char libraryLines[] = "200 \"Scanner offline\" 8001\r\n"
                                 "201 \"Lamp warming up\" 8002\r\n";

@@ -1,0 +1,97 @@
+# Checks the Windows modules' export and import tables, as a test:
+# - every function the public headers declare with KV_API is exported by
+#   KOVA32.DLL under its plain name;
+# - every export of every module is a plain C name: no stdcall "@n" suffix, no
+#   leading underscore, no C++ mangling, so callers find procedures by the names
+#   the tables and GetProcAddress use;
+# - modules import only system DLLs and KOVA32.DLL: the C++ runtime is linked
+#   in statically, so nothing of it crosses a module boundary.
+#   cmake -DOBJDUMP=objdump -DHEADERS=include/kova -DBIN=build/bin -P CheckExports.cmake
+cmake_minimum_required(VERSION 3.25)
+
+file(GLOB MODULES ${BIN}/*.DLL ${BIN}/*.dll ${BIN}/*.EXE ${BIN}/*.exe)
+set(KERNEL ${BIN}/KOVA32.DLL)
+if(NOT EXISTS ${KERNEL})
+  message(FATAL_ERROR "no ${KERNEL}")
+endif()
+
+set(system_dlls KERNEL32.DLL USER32.DLL GDI32.DLL ADVAPI32.DLL VERSION.DLL SHELL32.DLL
+                COMDLG32.DLL COMCTL32.DLL OLE32.DLL OLEAUT32.DLL MSVCRT.DLL)
+set(failures 0)
+
+function(fail message)
+  message(SEND_ERROR "${message}")
+  math(EXPR count "${failures} + 1")
+  set(failures ${count} PARENT_SCOPE)
+endfunction()
+
+# The exported names and the imported DLLs of `module`.
+function(read_tables module exports_out imports_out)
+  execute_process(COMMAND ${OBJDUMP} -p ${module} OUTPUT_VARIABLE dump RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${OBJDUMP} -p ${module} failed")
+  endif()
+  string(REPLACE ";" "," dump "${dump}")
+  string(REPLACE "\n" ";" lines "${dump}")
+  set(exports "")
+  set(imports "")
+  set(in_names FALSE)
+  foreach(line IN LISTS lines)
+    if(line MATCHES "^\\[Ordinal/Name Pointer\\] Table")
+      set(in_names TRUE)
+    elseif(in_names AND line MATCHES "^\t\\[ *[0-9]+\\] (.+)$")
+      list(APPEND exports "${CMAKE_MATCH_1}")
+    elseif(in_names)
+      set(in_names FALSE)
+    endif()
+    if(line MATCHES "^\tDLL Name: (.+)$")
+      string(TOUPPER "${CMAKE_MATCH_1}" dll)
+      list(APPEND imports "${dll}")
+    endif()
+  endforeach()
+  set(${exports_out} "${exports}" PARENT_SCOPE)
+  set(${imports_out} "${imports}" PARENT_SCOPE)
+endfunction()
+
+foreach(module IN LISTS MODULES)
+  get_filename_component(name ${module} NAME)
+  read_tables(${module} exports imports)
+  foreach(export IN LISTS exports)
+    if(NOT export MATCHES "^[A-Za-z][A-Za-z0-9_]*$")
+      fail("${name} exports \"${export}\", which is not a plain C name")
+    endif()
+  endforeach()
+  foreach(dll IN LISTS imports)
+    if(NOT dll IN_LIST system_dlls AND NOT dll STREQUAL "KOVA32.DLL")
+      fail("${name} needs ${dll}, which is neither a system DLL nor KOVA32.DLL")
+    endif()
+  endforeach()
+endforeach()
+
+read_tables(${KERNEL} kernel_exports kernel_imports)
+file(GLOB headers ${HEADERS}/*.h)
+set(declared 0)
+foreach(header IN LISTS headers)
+  file(STRINGS ${header} declarations REGEX "KV_API[^(]*[^A-Za-z0-9_(][A-Za-z_][A-Za-z0-9_]*\\(")
+  foreach(declaration IN LISTS declarations)
+    if(declaration MATCHES "define KV_API")
+      continue()
+    endif()
+    string(REGEX MATCH "([A-Za-z_][A-Za-z0-9_]*)\\(" function "${declaration}")
+    set(function "${CMAKE_MATCH_1}")
+    math(EXPR declared "${declared} + 1")
+    if(NOT function IN_LIST kernel_exports)
+      get_filename_component(header_name ${header} NAME)
+      fail("${function}, declared in ${header_name}, is not exported by KOVA32.DLL")
+    endif()
+  endforeach()
+endforeach()
+if(declared LESS 50)
+  fail("only ${declared} KV_API declarations found in ${HEADERS}")
+endif()
+
+list(LENGTH MODULES module_count)
+if(failures GREATER 0)
+  message(FATAL_ERROR "${failures} export or import faults")
+endif()
+message(STATUS "${declared} declared functions exported; ${module_count} modules checked")
