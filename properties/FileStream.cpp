@@ -108,8 +108,12 @@ KV_METHOD(FileStream, Read) {
         return 0;
     }
     if (count == 0) return 0;
+    errno = 0;
     const size_t got = std::fread(buffer, 1, size_t(count), file);
-    if (got < size_t(count) && !std::feof(file)) raiseSystemError(errSlot, self, errno);
+    // The Windows runtime refuses to read a stream opened only for writing
+    // without setting errno; EBADF is what the others report then.
+    if (got < size_t(count) && !std::feof(file))
+        raiseSystemError(errSlot, self, errno ? errno : EBADF);
     return static_cast<kvResult>(got);
 }
 

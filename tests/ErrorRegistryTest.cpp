@@ -204,7 +204,7 @@ TEST_F(ErrorRegistryTest, ArgumentsAndHandlesAreChecked) {
     uint16_t handle = 0;
     char buffer[16];
     EXPECT_EQ(ErrRegisterFile("M", "no such file", nullptr, &handle), ERR_REG_CANT_OPEN_FILE);
-    EXPECT_EQ(ErrRegisterFile("M", fs::temp_directory_path().c_str(), nullptr, &handle),
+    EXPECT_EQ(ErrRegisterFile("M", fs::temp_directory_path().string().c_str(), nullptr, &handle),
               ERR_REG_CANT_OPEN_FILE);
     EXPECT_EQ(ErrRegisterFile(nullptr, "f", nullptr, &handle), ERR_REG_NULL_POINTER);
     EXPECT_EQ(ErrRegisterFile("M", nullptr, nullptr, &handle), ERR_REG_NULL_POINTER);

@@ -103,12 +103,12 @@ TEST_F(StreamTest, ReadsStopAtTheEndAndBadRequestsTouchNothing) {
     EXPECT_EQ(std::string(buffer, 4), "6789");
     kvSendMeth(&error, stream, "Rewind");
     // A count is 32-bit: a slot holding 0xFFFFFFFF is -1, not four billion.
-    for (kvArg count : {kvArg{0}, kvArg{-1}, kvArg{0xFFFFFFFF}})
+    for (kvArg count : {kvArg{0}, kvArg{-1}, static_cast<kvArg>(0xFFFFFFFFu)})
         EXPECT_EQ(kvSendMeth(&error, stream, "Read", buffer, count), -1) << count;
     EXPECT_EQ(kvSendMeth(&error, stream, "Read", nullptr, 4), -1);
     EXPECT_EQ(kvSendMeth(&error, stream, "Write", "x", 0), -1);
     EXPECT_EQ(error, nullptr); // reads never raise; an empty write is no error
-    for (kvArg count : {kvArg{-1}, kvArg{0xFFFFFFFF}, kvArg{INT32_MIN}}) {
+    for (kvArg count : {kvArg{-1}, static_cast<kvArg>(0xFFFFFFFFu), kvArg{INT32_MIN}}) {
         EXPECT_EQ(kvSendMeth(&error, stream, "Write", "abcd", count), 0);
         EXPECT_EQ(takeError(), 3437);
     }
