@@ -1,10 +1,18 @@
 // Method lookup and the sends. A name is looked up first in the per-class
 // cache of 64 buckets (move-to-front, growth limited to 200 entries), then by
-// binary search of the method tables of the class and its ancestors.
+// binary search of the method tables of the class and its ancestors. A send
+// is the system's only call mechanism, so the usual case, a name found at the
+// head of its bucket, is measured once and answered without a stack frame.
 #include "kernel/Kernel.hpp"
 #include "platform/Platform.hpp"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 struct kvCacheEntry {
     kvCacheEntry* next;     // next entry of the same bucket
@@ -25,42 +33,173 @@ namespace {
 
 constexpr uint32_t cacheGrowthLimit = 200;
 
+// A name as lookup sees it, measured once per lookup. Two words, so that it
+// is handed on in registers.
+struct WantedName {
+    const char* text; // the name
+    uint32_t length;  // bytes up to the NUL, at most 32 (names compare on 32 bytes)
+    uint32_t bucket;  // its cache bucket; set only for instance-method lookup
+};
+
+uint64_t load64(const char* bytes) {
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+uint32_t load32(const char* bytes) {
+    uint32_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// The length of a name: its bytes up to the NUL, at most 32. Every send
+// measures its name, so on x86 the name is read 16 bytes at a time, each read
+// whole from a 16-byte boundary. Such a read never reaches a page the name
+// does not, but it may take in bytes before the name or after its terminator,
+// which the address sanitizer is told not to mind.
+[[gnu::no_sanitize_address]] inline size_t nameLength(const char* name) {
+#if defined(__SSE2__)
+    const uintptr_t address = reinterpret_cast<uintptr_t>(name);
+    const unsigned skipped = address % 16; // bytes of the first block before the name
+    const auto* block = reinterpret_cast<const __m128i*>(address - skipped);
+    const __m128i zero = _mm_setzero_si128();
+    // One bit per zero byte of a block, lowest byte first.
+    unsigned zeros =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(block), zero)));
+    zeros >>= skipped;
+    size_t start = 0;           // the name's byte that bit 0 of `zeros` stands for
+    size_t seen = 16 - skipped; // the name's bytes read so far
+    while (!zeros) {
+        if (seen >= KV_METHOD_NAME_SIZE) return KV_METHOD_NAME_SIZE;
+        ++block;
+        zeros =
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(block), zero)));
+        start = seen;
+        seen += 16;
+    }
+    return std::min<size_t>(start + std::countr_zero(zeros), KV_METHOD_NAME_SIZE);
+#else
+    size_t length = 0;
+    while (length < KV_METHOD_NAME_SIZE && name[length])
+        ++length;
+    return length;
+#endif
+}
+
 // The bucket of a name: h = c + 2h over its bytes (signed, 16 bits), modulo
 // 64. Only the last six bytes can reach the low six bits, so only they are read.
-unsigned bucketOf(const char* name) {
-    const size_t length = ::strnlen(name, KV_METHOD_NAME_SIZE);
+[[gnu::always_inline]] inline uint32_t bucketOf(const WantedName& name) {
     uint16_t h = 0;
-    for (size_t i = length > 6 ? length - 6 : 0; i < length; ++i)
-        h = static_cast<uint16_t>(static_cast<signed char>(name[i]) + 2 * h);
+    if (name.length >= 6) [[likely]] {
+        // A fixed count, which the compiler unrolls.
+        const char* last = name.text + name.length - 6;
+        for (size_t i = 0; i < 6; ++i)
+            h = static_cast<uint16_t>(static_cast<signed char>(last[i]) + 2 * h);
+        return h % 64u;
+    }
+    for (size_t i = 0; i < name.length; ++i)
+        h = static_cast<uint16_t>(static_cast<signed char>(name.text[i]) + 2 * h);
     return h % 64u;
+}
+
+[[gnu::always_inline]] inline WantedName measureForClassMethod(const char* name) {
+    return {name, static_cast<uint32_t>(nameLength(name)), 0};
+}
+
+[[gnu::always_inline]] inline WantedName measure(const char* name) {
+    WantedName wanted = measureForClassMethod(name);
+    wanted.bucket = bucketOf(wanted);
+    return wanted;
+}
+
+// True when the first `length` bytes of `a` and `b` agree. Reads no byte
+// beyond them, a word at a time where it can (the last word may overlap the
+// one before it), because every send compares its name at least once.
+[[gnu::always_inline]] inline bool sameBytes(const char* a, const char* b, size_t length) {
+    if (length > 16) {
+        for (size_t i = 0; i < length - 8; i += 8)
+            if (load64(a + i) != load64(b + i)) return false;
+    } else if (length >= 8) {
+        if (load64(a) != load64(b)) return false;
+    } else if (length >= 4) {
+        return load32(a) == load32(b) && load32(a + length - 4) == load32(b + length - 4);
+    } else {
+        for (size_t i = 0; i < length; ++i)
+            if (a[i] != b[i]) return false;
+        return true;
+    }
+    return load64(a + length - 8) == load64(b + length - 8);
+}
+
+// What strncmp(method's name, wanted, 32) == 0 answers: the method's name
+// ends where the wanted name does, and the bytes before agree.
+[[gnu::always_inline]] inline bool isNamed(const kvMethodRecord* method, const WantedName& wanted) {
+    if (wanted.length < KV_METHOD_NAME_SIZE && method->name[wanted.length] != '\0') return false;
+    return sameBytes(method->name, wanted.text, wanted.length);
+}
+
+int byteOrder(char a, char b) {
+    return static_cast<unsigned char>(a) < static_cast<unsigned char>(b) ? -1 : 1;
+}
+
+// The sign of strncmp(method's name, wanted, 32): the first differing byte
+// decides, compared unsigned. The wanted name's terminator takes part, so a
+// method name that goes on beyond it sorts after it.
+int compareName(const kvMethodRecord* method, const WantedName& wanted) {
+    const char* a = method->name;
+    const char* b = wanted.text;
+    size_t i = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        for (; i + 8 <= wanted.length; i += 8) {
+            const uint64_t difference = load64(a + i) ^ load64(b + i);
+            if (!difference) continue;
+            i += static_cast<size_t>(std::countr_zero(difference)) / 8;
+            return byteOrder(a[i], b[i]);
+        }
+    }
+    const size_t end = std::min<size_t>(wanted.length + 1, KV_METHOD_NAME_SIZE);
+    for (; i < end; ++i)
+        if (a[i] != b[i]) return byteOrder(a[i], b[i]);
+    return 0;
 }
 
 bool sameName(const char* a, const char* b) {
     return std::strncmp(a, b, KV_METHOD_NAME_SIZE) == 0;
 }
 
-// Finds a name in a class's cache, moving a hit to the front of its bucket.
-kvMethodRecord* cacheLookup(kvMethodCache* cache, const char* name, kvClass* foundClass) {
-    kvCacheBucket& bucket = cache->buckets[bucketOf(name)];
-    kvCacheEntry* previous = nullptr;
-    for (kvCacheEntry* entry = bucket.head; entry; previous = entry, entry = entry->next) {
-        if (!sameName(entry->method->name, name)) continue;
-        if (previous) {
-            previous->next = entry->next;
-            if (bucket.tail == entry) bucket.tail = previous;
-            entry->next = bucket.head;
-            bucket.head = entry;
-        }
+// The entry at the head of the bucket of `name` in the cache of `cls` when it
+// holds that name, else null. Move-to-front leaves a name sent again there, so
+// this is tried first, inline and without a stack frame.
+[[gnu::always_inline]] inline const kvCacheEntry* headEntryFor(kvClass cls,
+                                                               const WantedName& name) {
+    const kvCacheEntry* head = cls->cache->buckets[name.bucket].head;
+    return head && isNamed(head->method, name) ? head : nullptr;
+}
+
+// Finds a name among the entries after the head of a bucket, moving a hit to
+// the front.
+kvMethodRecord* cacheLookupBehindHead(kvCacheBucket& bucket, const WantedName& name,
+                                      kvClass* foundClass) {
+    kvCacheEntry* previous = bucket.head;
+    for (kvCacheEntry* entry = previous->next; entry; previous = entry, entry = entry->next) {
+        if (!isNamed(entry->method, name)) continue;
+        previous->next = entry->next;
+        if (bucket.tail == entry) bucket.tail = previous;
+        entry->next = bucket.head;
+        bucket.head = entry;
         *foundClass = entry->foundClass;
         return entry->method;
     }
     return nullptr;
 }
 
-// Remembers a found method. Once 200 entries exist, a bucket already in use
-// recycles its last entry; an empty bucket always gets a new one.
-void cacheInsert(kvClass cls, kvMethodRecord* method, kvClass foundClass) {
-    kvCacheBucket& bucket = cls->cache->buckets[bucketOf(method->name)];
+// Remembers a method found for `name` in the bucket of its name, which is the
+// bucket of `name`: the two agree on every byte the bucket depends on. Once
+// 200 entries exist, a bucket already in use recycles its last entry; an
+// empty bucket always gets a new one.
+void cacheInsert(kvClass cls, const WantedName& name, kvMethodRecord* method, kvClass foundClass) {
+    kvCacheBucket& bucket = cls->cache->buckets[name.bucket];
     kvCacheEntry* entry = nullptr;
     if (cls->cacheCount >= cacheGrowthLimit && bucket.head) {
         kvCacheEntry* previous = nullptr;
@@ -85,19 +224,67 @@ void cacheInsert(kvClass cls, kvMethodRecord* method, kvClass foundClass) {
 }
 
 // Binary search of one sorted method table.
-kvMethodRecord* searchTable(const kvMethodTable* table, const char* name) {
+kvMethodRecord* searchTable(const kvMethodTable* table, const WantedName& name) {
     if (!table || !table->records) return nullptr;
     size_t low = 0;
     size_t high = table->count;
     while (low < high) {
         const size_t mid = (low + high) / 2;
-        const int order = std::strncmp(table->records[mid].name, name, KV_METHOD_NAME_SIZE);
+        const int order = compareName(&table->records[mid], name);
         if (order < 0)
             low = mid + 1;
         else if (order == 0)
             return &table->records[mid];
         else
             high = mid;
+    }
+    return nullptr;
+}
+
+// Instance method lookup once the head of the bucket has been tried: the rest
+// of the bucket, then the tables of `cls` and its ancestors, a find there
+// being remembered in the cache of `cls`.
+kvMethodRecord* findBehindHead(kvClass* foundClassOut, kvClass cls, const WantedName& name) {
+    if (cls->cache && cls->cache->buckets[name.bucket].head) {
+        kvClass found = nullptr;
+        kvCacheBucket& bucket = cls->cache->buckets[name.bucket];
+        if (kvMethodRecord* method = cacheLookupBehindHead(bucket, name, &found)) {
+            if (foundClassOut) *foundClassOut = found;
+            return method;
+        }
+    }
+    for (kvClass c = cls; c; c = c->parent) {
+        kvMethodRecord* method = searchTable(c->methodTable, name);
+        if (!method) continue;
+        if (cls->cache) cacheInsert(cls, name, method, c);
+        if (foundClassOut) *foundClassOut = c;
+        return method;
+    }
+    return nullptr;
+}
+
+// Instance method lookup (see kvFindMethod).
+kvMethodRecord* findInstanceMethod(kvClass* foundClassOut, kvClass cls, const char* text) {
+    if (!cls || !text) return nullptr;
+    const WantedName name = measure(text);
+    if (cls->cache) {
+        if (const kvCacheEntry* head = headEntryFor(cls, name)) {
+            if (foundClassOut) *foundClassOut = head->foundClass;
+            return head->method;
+        }
+    }
+    return findBehindHead(foundClassOut, cls, name);
+}
+
+// Class method lookup (see kvFindMethod); class methods are not cached.
+kvMethodRecord* findClassMethod(kvClass* foundClassOut, kvClass cls, const char* text) {
+    if (!cls || !text) return nullptr;
+    const WantedName name = measureForClassMethod(text);
+    for (kvClass c = cls; c; c = c->parent) {
+        if (kvMethodRecord* method = searchTable(c->classMethodTable, name)) {
+            if (foundClassOut) *foundClassOut = c;
+            return method;
+        }
     }
     return nullptr;
 }
@@ -110,13 +297,13 @@ kvResult callInstanceMethod(kvObject* errSlot, kvObject obj, const kvMethodRecor
     return reinterpret_cast<kvInstanceProc>(method->proc)(errSlot, obj, instData, args);
 }
 
-bool refuseNullReceiver(kvObject obj, const char* name) {
-    if (obj) return false;
+// A send to a null object: shown, and answered 0.
+[[gnu::cold, gnu::noinline]] kvResult refuseNullReceiver(const char* name) {
     kova::kernel::showKernelMessage(
         kova::kernel::kernelErrorCaption,
         "An attempt was made to send method %s to a null object reference.",
         name ? name : "(null)");
-    return true;
+    return 0;
 }
 
 // Hands a send that found no method to the receiver's "MethodNotFound" with the
@@ -130,6 +317,36 @@ kvResult methodNotFound(kvObject* errSlot, kvObject obj, const char* name, const
 kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, const kvArgs* args) {
     if (name && sameName(name, "ClassMethodNotFound")) return 0;
     return kvSendClMeth(errSlot, cls, "ClassMethodNotFound", name, args);
+}
+
+// A send the head of its bucket did not answer.
+[[gnu::noinline]] kvResult sendBehindHead(kvObject* errSlot, kvObject obj, kvClass cls,
+                                          WantedName name, const kvArgs* args) {
+    kvClass found = nullptr;
+    const kvMethodRecord* method = findBehindHead(&found, cls, name);
+    if (!method) return methodNotFound(errSlot, obj, name.text, args);
+    return callInstanceMethod(errSlot, obj, method, found, args);
+}
+
+// A send from a class without a cache, or with a null class or name.
+[[gnu::noinline]] kvResult sendWithoutCache(kvObject* errSlot, kvObject obj, kvClass cls,
+                                            const char* name, const kvArgs* args) {
+    kvClass found = nullptr;
+    const kvMethodRecord* method = findInstanceMethod(&found, cls, name);
+    if (!method) return methodNotFound(errSlot, obj, name, args);
+    return callInstanceMethod(errSlot, obj, method, found, args);
+}
+
+// Sends `name` to `obj`, looked up from `cls` (the receiver's class, or for a
+// parent send the parent of the running class). The usual case, a name at the
+// head of its bucket, is handled here without a call or a stack frame.
+[[gnu::always_inline]] inline kvResult sendFrom(kvObject* errSlot, kvObject obj, kvClass cls,
+                                                const char* name, const kvArgs* args) {
+    if (!cls || !name || !cls->cache) return sendWithoutCache(errSlot, obj, cls, name, args);
+    const WantedName wanted = measure(name);
+    if (const kvCacheEntry* head = headEntryFor(cls, wanted)) [[likely]]
+        return callInstanceMethod(errSlot, obj, head->method, head->foundClass, args);
+    return sendBehindHead(errSlot, obj, cls, wanted, args);
 }
 
 } // namespace
@@ -164,32 +381,14 @@ extern "C" {
 // class method, when `classMethods` is non-zero) and the class defining it.
 KV_API kvMethodRecord* kvFindMethod(kvClass* foundClassOut, kvClass cls, const char* name,
                                     int classMethods) {
-    if (!cls || !name) return nullptr;
-    kvClass found = nullptr;
-    if (!classMethods && cls->cache) {
-        if (kvMethodRecord* method = cacheLookup(cls->cache, name, &found)) {
-            if (foundClassOut) *foundClassOut = found;
-            return method;
-        }
-    }
-    for (kvClass c = cls; c; c = c->parent) {
-        kvMethodRecord* method =
-            searchTable(classMethods ? c->classMethodTable : c->methodTable, name);
-        if (!method) continue;
-        if (!classMethods && cls->cache) cacheInsert(cls, method, c);
-        if (foundClassOut) *foundClassOut = c;
-        return method;
-    }
-    return nullptr;
+    if (classMethods) return findClassMethod(foundClassOut, cls, name);
+    return findInstanceMethod(foundClassOut, cls, name);
 }
 
 KV_API kvResult kvSendMethNA(kvObject* errSlot, kvObject obj, const char* name,
                              const kvArgs* args) {
-    if (refuseNullReceiver(obj, name)) return 0;
-    kvClass found = nullptr;
-    const kvMethodRecord* method = kvFindMethod(&found, obj->cls, name, 0);
-    if (!method) return methodNotFound(errSlot, obj, name, args);
-    return callInstanceMethod(errSlot, obj, method, found, args);
+    if (!obj) return refuseNullReceiver(name);
+    return sendFrom(errSlot, obj, obj->cls, name, args);
 }
 
 // Runs the version of `name` inherited by `cls`, the class whose procedure is
@@ -197,17 +396,14 @@ KV_API kvResult kvSendMethNA(kvObject* errSlot, kvObject obj, const char* name,
 KV_API kvResult kvSendParentMethNA(kvObject* errSlot, kvClass cls, kvObject obj, const char* name,
                                    const kvArgs* args) {
     if (!cls || !cls->parent) return -1;
-    if (refuseNullReceiver(obj, name)) return 0;
-    kvClass found = nullptr;
-    const kvMethodRecord* method = kvFindMethod(&found, cls->parent, name, 0);
-    if (!method) return methodNotFound(errSlot, obj, name, args);
-    return callInstanceMethod(errSlot, obj, method, found, args);
+    if (!obj) return refuseNullReceiver(name);
+    return sendFrom(errSlot, obj, cls->parent, name, args);
 }
 
 KV_API kvResult kvSendClMethNA(kvObject* errSlot, kvClass cls, const char* name,
                                const kvArgs* args) {
     if (!cls) return 0;
-    const kvMethodRecord* method = kvFindMethod(nullptr, cls, name, 1);
+    const kvMethodRecord* method = findClassMethod(nullptr, cls, name);
     if (!method) return classMethodNotFound(errSlot, cls, name, args);
     return reinterpret_cast<kvClassProc>(method->proc)(errSlot, cls, args);
 }
@@ -216,7 +412,7 @@ KV_API kvResult kvSendClMethNA(kvObject* errSlot, kvClass cls, const char* name,
 KV_API kvResult kvSendClParentMethNA(kvObject* errSlot, kvClass cls, const char* name,
                                      const kvArgs* args) {
     if (!cls || !cls->parent) return 0;
-    const kvMethodRecord* method = kvFindMethod(nullptr, cls->parent, name, 1);
+    const kvMethodRecord* method = findClassMethod(nullptr, cls->parent, name);
     if (!method) return classMethodNotFound(errSlot, cls->parent, name, args);
     return reinterpret_cast<kvClassProc>(method->proc)(errSlot, cls->parent, args);
 }

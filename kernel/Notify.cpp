@@ -36,8 +36,15 @@ bool validEventName(const char* name) {
     return name && ::strnlen(name, KV_EVENT_NAME_SIZE) < KV_EVENT_NAME_SIZE;
 }
 
+// strncmp(event's name, name, 26) == 0, compared here because every firing
+// looks its event up. An event's name ends within its field, so no byte of
+// `name` after the first mismatch or terminator is read.
 bool sameEventName(const kvEvent* event, const char* name) {
-    return std::strncmp(event->name, name, KV_EVENT_NAME_SIZE) == 0;
+    for (size_t i = 0; i < KV_EVENT_NAME_SIZE; ++i) {
+        if (event->name[i] != name[i]) return false;
+        if (name[i] == '\0') return true;
+    }
+    return true;
 }
 
 bool sameMethod(const kvSubscriber* record, const char* method) {
@@ -142,15 +149,32 @@ bool removeMarkedSubscribers(kvObject obj) {
     return leftForLater;
 }
 
+// The method name of a subscription as a terminated string. The field holds a
+// 32-byte name without terminator, and only such a name is copied, to
+// `spare`; a record is not freed while its event is being fired, so any other
+// name is handed to the send where it lies.
+const char* sendableMethod(const kvSubscriber* record, char (&spare)[KV_METHOD_NAME_SIZE + 1]) {
+    if (record->method[KV_METHOD_NAME_SIZE - 1] == '\0') return record->method;
+    std::memcpy(spare, record->method, KV_METHOD_NAME_SIZE);
+    spare[KV_METHOD_NAME_SIZE] = '\0';
+    return spare;
+}
+
 // Sends each subscriber of the event its method with the firing's list. With
 // `stopAtAnswer`, stops at the first non-zero answer and returns it.
 kvResult fire(kvObject* errSlot, const kvArgs* args, bool stopAtAnswer) {
     const auto notifier = reinterpret_cast<kvObject>(kvArgAt(args, 0));
     const auto* name = reinterpret_cast<const char*>(kvArgAt(args, 1));
-    if (!notifier || !validEventName(name)) return 0;
+    if (!notifier || !name) return 0;
     if (!(notifier->flags & KV_OBJ_HAS_EVENTS) || (notifier->flags & KV_OBJ_SILENT)) return 0;
-    const kvObject holder = kvResolveForwards(notifier);
-    if (!holder) return 0;
+    // A name too long to be an event's matches no event, so it needs checking
+    // only before a forwarder is asked for its target.
+    kvObject holder = notifier;
+    if (notifier->flags & KV_OBJ_FORWARDER) {
+        if (!validEventName(name)) return 0;
+        holder = kvResolveForwards(notifier);
+        if (!holder) return 0;
+    }
     kvEvent* event = findEvent(holder, name);
     if (!event || (event->flags & eventFiring)) return 0;
 
@@ -159,9 +183,8 @@ kvResult fire(kvObject* errSlot, const kvArgs* args, bool stopAtAnswer) {
     for (kvSubscriber* record = event->subscribers; !isEndRecord(record);) {
         kvSubscriber* next = record->next;
         if (record->subscriber) {
-            char method[KV_METHOD_NAME_SIZE + 1] = {};
-            std::memcpy(method, record->method, KV_METHOD_NAME_SIZE);
-            answer = kvSendMethNA(errSlot, record->subscriber, method, args);
+            char spare[KV_METHOD_NAME_SIZE + 1];
+            answer = kvSendMethNA(errSlot, record->subscriber, sendableMethod(record, spare), args);
             if (stopAtAnswer && answer) break;
         }
         record = next;
