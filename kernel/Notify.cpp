@@ -13,6 +13,10 @@ struct kvSubscriber {
     int16_t priority;                 // lower first; 32767 marks the end record
     char method[KV_METHOD_NAME_SIZE]; // method sent to the subscriber
 };
+KV__LAYOUT32(sizeof(kvSubscriber) == 44);
+KV__LAYOUT32(offsetof(kvSubscriber, subscriber) == 4);
+KV__LAYOUT32(offsetof(kvSubscriber, priority) == 8);
+KV__LAYOUT32(offsetof(kvSubscriber, method) == 10);
 
 struct kvEvent {
     kvEvent* next;                 // next event of the same object
@@ -20,6 +24,10 @@ struct kvEvent {
     uint16_t flags;                // eventFiring while being fired
     kvSubscriber* subscribers;     // ends with the end record
 };
+KV__LAYOUT32(sizeof(kvEvent) == 36);
+KV__LAYOUT32(offsetof(kvEvent, name) == 4);
+KV__LAYOUT32(offsetof(kvEvent, flags) == 30);
+KV__LAYOUT32(offsetof(kvEvent, subscribers) == 32);
 
 namespace {
 

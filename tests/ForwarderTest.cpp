@@ -4,6 +4,7 @@
 // error instead of delivering.
 #include "tests/KernelFixture.hpp"
 
+#include <cstring>
 #include <vector>
 
 namespace kova::test {
@@ -179,7 +180,8 @@ TEST_F(ForwarderTest, ReadingASavedRecordKeepsThePropertyForwardersTarget) {
     kvObject link = propForw(target);
     kvObject stream = make("MemStream", 0, 0);
     ASSERT_NE(stream, nullptr);
-    const unsigned char garbage[sizeof(kvObject)] = {0x41, 0x41, 0x41, 0x41, 0x41, 0x41, 0x41};
+    unsigned char garbage[sizeof(kvObject)];
+    std::memset(garbage, 0x41, sizeof garbage);
     kvSendMeth(&error, stream, "WriteInt16", 0);
     kvSendMeth(&error, stream, "Write", garbage, int32_t{sizeof garbage});
     kvSendMeth(&error, stream, "Rewind");

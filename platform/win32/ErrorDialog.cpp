@@ -11,13 +11,21 @@ namespace {
 // Writes the shown error's fields and enables Next and Previous for it.
 void showError(HWND window, const kvErrorDialog* dialog) {
     constexpr int fields[] = {KV_ERRDLG_CODE, KV_ERRDLG_SCODE, KV_ERRDLG_SOURCE, KV_ERRDLG_MESSAGE};
-    static char text[10000];
+    char text[10000];
     for (int field : fields) {
         kvErrorDialogFieldText(dialog, field, text, sizeof text);
         ::SetDlgItemTextA(window, field, text);
     }
-    for (int button : {KV_ERRDLG_NEXT, KV_ERRDLG_PREVIOUS})
-        ::EnableWindow(::GetDlgItem(window, button), kvErrorDialogIsEnabled(dialog, button) != 0);
+    for (int button : {KV_ERRDLG_NEXT, KV_ERRDLG_PREVIOUS}) {
+        HWND control = ::GetDlgItem(window, button);
+        const bool enabled = kvErrorDialogIsEnabled(dialog, button) != 0;
+        // A button that goes grey under the keyboard focus would leave the
+        // keyboard without a target: the focus moves to OK.
+        if (!enabled && ::GetFocus() == control)
+            ::SendMessageA(window, WM_NEXTDLGCTL,
+                           reinterpret_cast<WPARAM>(::GetDlgItem(window, KV_ERRDLG_OK)), TRUE);
+        ::EnableWindow(control, enabled);
+    }
 }
 
 INT_PTR CALLBACK errorDialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
