@@ -63,4 +63,19 @@ uint64_t availablePhysicalMemory();
 // Where the class hierarchy dump is written.
 std::string hierarchyDumpPath();
 
+// The current time in UTC.
+struct SystemTime {
+    uint16_t year;         // as 2026
+    uint16_t month;        // 1 to 12
+    uint16_t day;          // day of the month, 1 to 31
+    uint16_t hour;         // 0 to 23
+    uint16_t minute;       // 0 to 59
+    uint16_t second;       // 0 to 59
+    uint16_t milliseconds; // 0 to 999
+};
+SystemTime systemTime();
+// A number that stays the same for every call in one process, for records
+// that must not be handed to another process.
+uint32_t processMarker();
+
 } // namespace kova::platform

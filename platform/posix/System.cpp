@@ -3,6 +3,7 @@
 #include "platform/Platform.hpp"
 
 #include <cstdio>
+#include <ctime>
 #include <unistd.h>
 
 namespace kova::platform {
@@ -12,6 +13,21 @@ uint64_t availablePhysicalMemory() {
     const long pageSize = ::sysconf(_SC_PAGESIZE);
     if (pages < 0 || pageSize < 0) return 0;
     return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
+}
+
+SystemTime systemTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::tm utc{};
+    ::gmtime_r(&now.tv_sec, &utc);
+    return {static_cast<uint16_t>(utc.tm_year + 1900),   static_cast<uint16_t>(utc.tm_mon + 1),
+            static_cast<uint16_t>(utc.tm_mday),          static_cast<uint16_t>(utc.tm_hour),
+            static_cast<uint16_t>(utc.tm_min),           static_cast<uint16_t>(utc.tm_sec),
+            static_cast<uint16_t>(now.tv_nsec / 1000000)};
+}
+
+uint32_t processMarker() {
+    return static_cast<uint32_t>(::getpid());
 }
 
 // There is no drive root to write to: the dump goes to the current directory.

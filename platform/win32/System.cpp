@@ -14,6 +14,19 @@ uint64_t availablePhysicalMemory() {
     return status.dwAvailPhys;
 }
 
+SystemTime systemTime() {
+    SYSTEMTIME now{};
+    ::GetSystemTime(&now);
+    return {now.wYear,   now.wMonth,  now.wDay,         now.wHour,
+            now.wMinute, now.wSecond, now.wMilliseconds};
+}
+
+// The process's pseudo-handle: the same value in every process, which is all
+// that comparing markers within one process needs.
+uint32_t processMarker() {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(::GetCurrentProcess()));
+}
+
 // The current directory, as on POSIX: a drive's root is not writable for an
 // ordinary user on current Windows versions.
 std::string hierarchyDumpPath() {
