@@ -81,11 +81,12 @@ kvModule loadLibrary(const char* name, long* systemError) {
         if (systemError) *systemError = error;
         return nullptr;
     }
-    if (!hasDirectory(name)) {
-        const std::string beside = directoryOf(moduleFileName(kernelModule())) + name;
-        // The altered search path lets the library's own dependencies be found
-        // beside it too.
-        if (!beside.empty() && fileExists(beside))
+    const std::string kernelDirectory = directoryOf(moduleFileName(kernelModule()));
+    if (!hasDirectory(name) && !kernelDirectory.empty()) {
+        const std::string beside = kernelDirectory + name;
+        // The altered search path, which wants a full path, lets the library's
+        // own dependencies be found beside it too.
+        if (fileExists(beside))
             if (HMODULE module = loadQuietly(beside.c_str(), LOAD_WITH_ALTERED_SEARCH_PATH))
                 return module;
     }
