@@ -5,8 +5,9 @@
 // checks it traps when a reader breaks its promises: no kernel failure box is
 // ever shown, no reader moves the stream past its end, a collection neither
 // gains nor loses members, errors are the kernel's own numbers, a string read
-// back is no longer than the input, a boolean is true or false, and a
-// collection saved afterwards is still a whole KVST frame.
+// back is no longer than the input, a boolean is true or false, members that
+// read their records can still be used, and a collection saved afterwards is
+// still a whole KVST frame.
 #include "kova/host.h"
 #include "kova/kernel.h"
 
@@ -14,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -98,6 +100,30 @@ void requireWholeFrame(kvObject* error, kvObject props) {
     kvDelObject(error, saved);
 }
 
+// Uses every member after a read may have changed it: each answers its value
+// and its text, and takes a store of the kind its class expects.
+void useMembers(kvObject* error, kvObject props) {
+    const float ratio = 0.25f;
+    const kvResult count = kvSendMeth(nullptr, props, "getPropCount");
+    for (kvResult i = 0; i < count; ++i) {
+        const auto member =
+            reinterpret_cast<kvObject>(kvSendMeth(nullptr, props, "getProperty", i));
+        const std::string_view className = member->cls->name;
+        kvSendMeth(error, member, "fetchData");
+        if (className == "CollectProp") {
+            useMembers(error, member);
+            continue;
+        }
+        kvSendMeth(error, member, "fetchAsString");
+        if (className == "StrProp")
+            kvSendMeth(error, member, "storeData", "stored");
+        else if (className == "RealProp")
+            kvSendMeth(error, member, "storeData", &ratio);
+        else
+            kvSendMeth(error, member, "storeData", 7);
+    }
+}
+
 void readCollection(kvObject& error, const uint8_t* data, size_t size) {
     kvObject props = makeCollection(&error);
     const kvResult members = kvSendMeth(nullptr, props, "getPropCount");
@@ -105,6 +131,7 @@ void readCollection(kvObject& error, const uint8_t* data, size_t size) {
     kvSendMeth(&error, props, "readFromStream", stream);
     requireInsideStream(stream);
     require(kvSendMeth(nullptr, props, "getPropCount") == members);
+    useMembers(&error, props);
     requireWholeFrame(&error, props);
     kvDelObject(&error, stream);
     kvDelObject(&error, props);
