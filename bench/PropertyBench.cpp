@@ -65,15 +65,27 @@ double virtualCallSeconds() {
     return seconds;
 }
 
-// Reports each iteration's processor time as a number of virtual calls: the
-// counter's value is divided by the time, multiplied by the iterations and
-// inverted, which leaves time / (iterations x unit).
-void countVirtualCalls(benchmark::State& state) {
-    state.counters["virtual_calls"] =
-        benchmark::Counter(virtualCallSeconds(), benchmark::Counter::kIsRate |
-                                                     benchmark::Counter::kIsIterationInvariant |
-                                                     benchmark::Counter::kInvert);
-}
+// Reports each iteration's processor time as a number of virtual calls. It
+// is made just before the benchmark loop and reports as it goes out of scope
+// after it.
+class VirtualCallCount {
+  public:
+    explicit VirtualCallCount(benchmark::State& state)
+        : state(state), unit(virtualCallSeconds()), start(std::clock()) {}
+    VirtualCallCount(const VirtualCallCount&) = delete;
+    VirtualCallCount& operator=(const VirtualCallCount&) = delete;
+    ~VirtualCallCount() {
+        const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+        if (state.iterations() > 0 && unit > 0)
+            state.counters["virtual_calls"] =
+                seconds / static_cast<double>(state.iterations()) / unit;
+    }
+
+  private:
+    benchmark::State& state;
+    double unit;
+    std::clock_t start;
+};
 
 // A started kernel for one benchmark, taken down when it ends.
 class KernelSession {
@@ -110,11 +122,13 @@ void intPropStoreFetch(benchmark::State& state) {
     kvObject watcher = kvNewObject(nullptr, "IntProp", 0, nullptr, "Watcher", 2, 0);
     if (state.range(0)) kvAddNotification(nullptr, prop, "OnStore", watcher, "getId", 1);
     kvResult value = 0;
-    for (auto _ : state) {
-        kvSendMeth(nullptr, prop, "storeData", ++value);
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, prop, "fetchData"));
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            kvSendMeth(nullptr, prop, "storeData", ++value);
+            benchmark::DoNotOptimize(kvSendMeth(nullptr, prop, "fetchData"));
+        }
     }
-    countVirtualCalls(state);
     kvDelObject(nullptr, prop);
     kvDelObject(nullptr, watcher);
 }
@@ -126,9 +140,11 @@ void intPropStoreWithSubscriber(benchmark::State& state) {
     kvObject watcher = kvNewObject(nullptr, "IntProp", 0, nullptr, "Watcher", 2, 0);
     kvAddNotification(nullptr, prop, "OnStore", watcher, "getId", 1);
     kvResult value = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, prop, "storeData", ++value));
-    countVirtualCalls(state);
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state)
+            benchmark::DoNotOptimize(kvSendMeth(nullptr, prop, "storeData", ++value));
+    }
     kvDelObject(nullptr, prop);
     kvDelObject(nullptr, watcher);
 }
@@ -142,11 +158,14 @@ void collectPropByName(benchmark::State& state) {
     for (size_t i = 0; i < count; ++i)
         names.push_back(memberName(i));
     size_t next = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, props, "getPropByName", names[next].c_str()));
-        next = next + 1 == count ? 0 : next + 1;
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(
+                kvSendMeth(nullptr, props, "getPropByName", names[next].c_str()));
+            next = next + 1 == count ? 0 : next + 1;
+        }
     }
-    countVirtualCalls(state);
     kvDelObject(nullptr, props);
 }
 
@@ -156,13 +175,15 @@ void collectPropByName(benchmark::State& state) {
 void collectPropSave(benchmark::State& state) {
     KernelSession session;
     kvObject props = makeCollection(static_cast<size_t>(state.range(0)));
-    for (auto _ : state) {
-        kvObject stream = kvNewObject(nullptr, "MemStream", 0, 0);
-        kvSendMeth(nullptr, props, "writeToStream", stream);
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, stream, "getLength"));
-        kvDelObject(nullptr, stream);
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            kvObject stream = kvNewObject(nullptr, "MemStream", 0, 0);
+            kvSendMeth(nullptr, props, "writeToStream", stream);
+            benchmark::DoNotOptimize(kvSendMeth(nullptr, stream, "getLength"));
+            kvDelObject(nullptr, stream);
+        }
     }
-    countVirtualCalls(state);
     kvDelObject(nullptr, props);
 }
 
@@ -172,14 +193,16 @@ void memStreamGrowth(benchmark::State& state) {
     KernelSession session;
     const uint8_t chunk[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     constexpr int writes = (1 << 20) / 16;
-    for (auto _ : state) {
-        kvObject stream = kvNewObject(nullptr, "MemStream", 0, 0);
-        for (int i = 0; i < writes; ++i)
-            kvSendMeth(nullptr, stream, "Write", chunk, 16);
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, stream, "getLength"));
-        kvDelObject(nullptr, stream);
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            kvObject stream = kvNewObject(nullptr, "MemStream", 0, 0);
+            for (int i = 0; i < writes; ++i)
+                kvSendMeth(nullptr, stream, "Write", chunk, 16);
+            benchmark::DoNotOptimize(kvSendMeth(nullptr, stream, "getLength"));
+            kvDelObject(nullptr, stream);
+        }
     }
-    countVirtualCalls(state);
     state.SetBytesProcessed(state.iterations() * (1 << 20));
 }
 
@@ -194,13 +217,15 @@ std::vector<std::string> rowTexts(size_t count) {
 void strTableAddKey(benchmark::State& state) {
     KernelSession session;
     const std::vector<std::string> texts = rowTexts(static_cast<size_t>(state.range(0)));
-    for (auto _ : state) {
-        kvObject table = kvNewObject(nullptr, "StrTable", 102);
-        for (size_t i = 0; i < texts.size(); ++i)
-            kvSendMeth(nullptr, table, "addKey", texts[i].c_str(), static_cast<kvArg>(i));
-        kvDelObject(nullptr, table);
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            kvObject table = kvNewObject(nullptr, "StrTable", 102);
+            for (size_t i = 0; i < texts.size(); ++i)
+                kvSendMeth(nullptr, table, "addKey", texts[i].c_str(), static_cast<kvArg>(i));
+            kvDelObject(nullptr, table);
+        }
     }
-    countVirtualCalls(state);
 }
 
 // findString of every row in turn of a 100-row table: the average search.
@@ -211,11 +236,13 @@ void strTableFindString(benchmark::State& state) {
     for (size_t i = 0; i < texts.size(); ++i)
         kvSendMeth(nullptr, table, "addKey", texts[i].c_str(), static_cast<kvArg>(i));
     size_t next = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(kvSendMeth(nullptr, table, "findString", texts[next].c_str()));
-        next = next + 1 == texts.size() ? 0 : next + 1;
+    {
+        const VirtualCallCount tally(state);
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(kvSendMeth(nullptr, table, "findString", texts[next].c_str()));
+            next = next + 1 == texts.size() ? 0 : next + 1;
+        }
     }
-    countVirtualCalls(state);
     kvDelObject(nullptr, table);
 }
 
