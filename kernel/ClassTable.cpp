@@ -146,6 +146,7 @@ KV_API void kvCloseClasses(void) {
     }
     kova::platform::release(classTable);
     classTable = nullptr;
+    kova::kernel::forgetSendSites();
 }
 
 } // extern "C"

@@ -353,6 +353,29 @@ kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, c
 
 namespace kova::kernel {
 
+// Send sites made before the classes were last closed are stale: their
+// records may belong to libraries no longer loaded.
+static uint32_t siteGeneration = 1;
+
+kvResult sendThroughSite(SendSite& site, kvObject* errSlot, kvObject obj, const char* name,
+                         const kvArgs* args) {
+    if (!obj) return refuseNullReceiver(name);
+    if (site.receiverClass == obj->cls && site.generation == siteGeneration) [[likely]]
+        return callInstanceMethod(errSlot, obj, site.method, site.foundClass, args);
+    kvClass found = nullptr;
+    const kvMethodRecord* method = findInstanceMethod(&found, obj->cls, name);
+    if (!method) {
+        site = SendSite{};
+        return methodNotFound(errSlot, obj, name, args);
+    }
+    site = SendSite{obj->cls, method, found, siteGeneration};
+    return callInstanceMethod(errSlot, obj, method, found, args);
+}
+
+void forgetSendSites() {
+    ++siteGeneration;
+}
+
 bool createMethodCache(kvClass cls) {
     cls->cacheCount = 0;
     cls->cache = static_cast<kvMethodCache*>(platform::allocateZeroed(sizeof(kvMethodCache)));

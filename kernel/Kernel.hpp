@@ -11,6 +11,21 @@ namespace kova::kernel {
 bool createMethodCache(kvClass cls);
 void freeMethodCache(kvClass cls);
 
+// A remembered lookup for a send that repeats one name to one receiver, as a
+// subscription does at every firing. It answers for the receiver's class it
+// was made for, until the classes are closed; otherwise the send looks the
+// name up as any send does and remembers what it found (Dispatch.cpp).
+struct SendSite {
+    kvClass receiverClass;        // class the lookup was made for, null when empty
+    const kvMethodRecord* method; // what the lookup found
+    kvClass foundClass;           // the class defining it
+    uint32_t generation;          // the close count when it was made
+};
+kvResult sendThroughSite(SendSite& site, kvObject* errSlot, kvObject obj, const char* name,
+                         const kvArgs* args);
+// Makes every send site look its name up again (kvCloseClasses).
+void forgetSendSites();
+
 // True when an event of the object (after forwarding) is being fired now
 // (Notify.cpp).
 bool isFiring(kvObject obj);

@@ -74,10 +74,39 @@ kvEvent* findEvent(kvObject obj, const char* name) {
     return nullptr;
 }
 
+// Each subscription remembers the lookup of its method in a small table beside
+// the records (which keep their documented layout), so a firing sends to a
+// subscriber without looking the name up again. A slot serves one record at a
+// time; two records sharing a slot only cost each other their lookups.
+struct RememberedSend {
+    const kvSubscriber* record;  // the subscription the slot serves
+    kova::kernel::SendSite site; // its method, as last looked up
+};
+RememberedSend rememberedSends[256];
+
+RememberedSend& slotOf(const kvSubscriber* record) {
+    const auto address = reinterpret_cast<uintptr_t>(record);
+    return rememberedSends[((address >> 4) ^ (address >> 12)) % 256];
+}
+
+kova::kernel::SendSite& sendSiteOf(const kvSubscriber* record) {
+    RememberedSend& slot = slotOf(record);
+    if (slot.record != record) slot = RememberedSend{record, {}};
+    return slot.site;
+}
+
+// Frees a subscriber record; its remembered send goes with it, so a record
+// made later at the same address starts afresh.
+void releaseSubscriber(kvSubscriber* record) {
+    RememberedSend& slot = slotOf(record);
+    if (slot.record == record) slot = RememberedSend{};
+    kova::platform::release(record);
+}
+
 void freeEvent(kvEvent* event) {
     for (kvSubscriber* record = event->subscribers; record;) {
         kvSubscriber* next = record->next;
-        kova::platform::release(record);
+        releaseSubscriber(record);
         record = next;
     }
     kova::platform::release(event);
@@ -145,7 +174,7 @@ bool removeMarkedSubscribers(kvObject obj) {
             }
             kvSubscriber* dead = *record;
             *record = dead->next;
-            kova::platform::release(dead);
+            releaseSubscriber(dead);
         }
         if (isEndRecord(event->subscribers)) {
             *link = event->next;
@@ -192,7 +221,8 @@ kvResult fire(kvObject* errSlot, const kvArgs* args, bool stopAtAnswer) {
         kvSubscriber* next = record->next;
         if (record->subscriber) {
             char spare[KV_METHOD_NAME_SIZE + 1];
-            answer = kvSendMethNA(errSlot, record->subscriber, sendableMethod(record, spare), args);
+            answer = kova::kernel::sendThroughSite(sendSiteOf(record), errSlot, record->subscriber,
+                                                   sendableMethod(record, spare), args);
             if (stopAtAnswer && answer) break;
         }
         record = next;
@@ -302,7 +332,7 @@ KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier, const
                 return -1;
             }
             *link = record->next;
-            kova::platform::release(record);
+            releaseSubscriber(record);
             if (!isEndRecord(event->subscribers)) return 0;
             unlinkEvent(holder, event);
             freeEvent(event);

@@ -147,6 +147,24 @@ TEST_F(NotifyTest, DeletingTheNotifierMidFiringIs3470AndItStaysUsable) {
     kvDelObject(&error, deleter);
 }
 
+TEST_F(NotifyTest, EveryFiringToAMissingMethodIsReportedAndFoundMethodsKeepWorking) {
+    kvObject l = listener();
+    kvAddNotification(&error, notifier, "OnStore", l, "noSuchMethod", 1);
+    kvAddNotification(&error, notifier, "OnStore", l, "onEvent", 2);
+    for (int firing = 1; firing <= 3; ++firing) {
+        kvFireNotification(&error, notifier, "OnStore", firing);
+        EXPECT_EQ(errorCode(error), 3427);
+        EXPECT_EQ(errorMessage(error), "An unimplemented method noSuchMethod was sent to class "
+                                       "Listener");
+        EXPECT_EQ(kvSendMeth(nullptr, l, "getArg", 2), firing);
+        clearErrors(error);
+    }
+    EXPECT_EQ(calls(l), 3);
+    kvDeleteNotification(&error, notifier, "OnStore", l, "noSuchMethod");
+    kvDeleteNotification(&error, notifier, "OnStore", l, "onEvent");
+    kvDelObject(&error, l);
+}
+
 TEST_F(NotifyTest, AnEventNeverReentersItself) {
     kvObject refirer = listener(0, 3);
     kvAddNotification(&error, notifier, "OnStore", refirer, "onEvent", 1);
