@@ -103,8 +103,12 @@ kvProc findProcedure(kvModule module, const char* name) {
     return reinterpret_cast<kvProc>(symbol);
 }
 
+void forgetResourceTable(kvModule module); // Resources.cpp
+
 void freeLibrary(kvModule module) {
-    if (module) ::dlclose(module);
+    if (!module) return;
+    forgetResourceTable(module);
+    ::dlclose(module);
 }
 
 long lastError() {

@@ -10,8 +10,12 @@
 
 namespace {
 
-const kvResource* resourceTableOf(kvModule module) {
-    if (!module) return nullptr;
+// The last module asked for and its table: every error made looks its message
+// up in the kernel's table, and finding a table costs three loader calls.
+kvModule rememberedModule = nullptr;
+const kvResource* rememberedTable = nullptr;
+
+const kvResource* lookUpResourceTable(kvModule module) {
     void* symbol = ::dlsym(module, "kvModuleResources");
     if (!symbol) return nullptr;
     Dl_info owner{};
@@ -19,6 +23,15 @@ const kvResource* resourceTableOf(kvModule module) {
     kvModule ownerHandle = ::dlopen(owner.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
     if (ownerHandle) ::dlclose(ownerHandle);
     return ownerHandle == module ? static_cast<const kvResource*>(symbol) : nullptr;
+}
+
+const kvResource* resourceTableOf(kvModule module) {
+    if (!module) return nullptr;
+    if (module != rememberedModule) {
+        rememberedTable = lookUpResourceTable(module);
+        rememberedModule = module;
+    }
+    return rememberedTable;
 }
 
 // Resource names and types compare as numbers when either is a number, else
@@ -40,6 +53,11 @@ const kvResource* find(kvModule module, const char* name, const char* type) {
 } // namespace
 
 namespace kova::platform {
+
+// A released module's handle may come back for another library.
+void forgetResourceTable(kvModule module) {
+    if (module == rememberedModule) rememberedModule = nullptr;
+}
 
 std::span<const std::byte> findResource(kvModule module, const char* name, const char* type) {
     const kvResource* entry = find(module, name, type);
