@@ -372,19 +372,4 @@ TEST_F(PriQueueTest, AFailedInsertionLeavesQueueAndCursorAlone) {
     EXPECT_EQ(send(q, "getIndex"), 1);
 }
 
-TEST_F(CollectionTest, TheBaseClassLeavesItsPrimitivesToSubclasses) {
-    kvObject base = make("BaseCollection");
-    EXPECT_EQ(kvSendMeth(&error, base, "getCount"), 0);
-    EXPECT_EQ(errorMessage(error), "Class BaseCollection did not override pure virtual method "
-                                   "getCount");
-    clearErrors(error);
-    for (const char* method : {"addObject", "deleteObject", "insertObject", "ownsContents",
-                               "setIndex", "getIndex", "getObject", "isEmpty"}) {
-        EXPECT_EQ(kvSendMeth(&error, base, method, 0), 0) << method;
-        EXPECT_EQ(takeError(), 3431) << method;
-    }
-    EXPECT_EQ(kvSendMeth(&error, base, "methToAll", "print"), 1);
-    EXPECT_EQ(takeError(), 0);
-}
-
 } // namespace
