@@ -1,7 +1,6 @@
 // BoolProp: a property holding a truth value in bit 0x0008 of its header
 // flags, so it adds no instance data. Its saved record after the flags word is
 // one character, "1" or "0".
-#include "errors/Raise.hpp"
 #include "properties/PropertySupport.hpp"
 
 namespace {
@@ -33,8 +32,7 @@ void setValue(kvObject self, bool value) {
 
 KV_METHOD(BoolProp, fetchAsString) {
     (void)instData, (void)args;
-    const bool value = kvSendMeth(errSlot, self, "fetchData") != 0;
-    return reinterpret_cast<kvResult>(kova::props::formatTruth(boolText, value));
+    return kova::props::fetchedTruthText(errSlot, self, boolText);
 }
 
 // -1 for true, 0 for false, after "OnFetch".
@@ -58,8 +56,7 @@ KV_METHOD(BoolProp, readFromStream) {
     (void)instData;
     const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
     uint16_t flags = 0;
-    if (!kova::props::readFlags(errSlot, self, BoolPropClass, stream, &flags)) return -1;
-    const int value = kova::props::readTruth(errSlot, self, BoolPropClass, stream);
+    const int value = kova::props::readTruthRecord(errSlot, self, BoolPropClass, stream, &flags);
     if (value < 0) return -1;
     kova::props::adoptFlags(self, flags);
     setValue(self, value != 0);
@@ -74,16 +71,9 @@ KV_METHOD(BoolProp, storeData) {
     return 0;
 }
 
-// (text): "true" or "1", "false" or "0" in any case; anything else raises
-// 3443 and answers -1.
 KV_METHOD(BoolProp, storeFromString) {
     (void)instData;
-    const int value = kova::props::parseTruth(kova::props::textArg(args, 0));
-    if (value < 0) {
-        kova::raiseError(errSlot, self, BoolPropClass, 3443);
-        return -1;
-    }
-    return kvSendMeth(errSlot, self, "storeData", value ? -1 : 0);
+    return kova::props::storeTruthText(errSlot, self, BoolPropClass, args);
 }
 
 KV_METHOD(BoolProp, writeToStream) {

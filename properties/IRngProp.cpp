@@ -84,8 +84,7 @@ KV_METHOD(IRngProp, OnRangeCheck) {
 
 KV_METHOD(IRngProp, fetchAsString) {
     (void)instData, (void)args;
-    const auto value = static_cast<int32_t>(kvSendMeth(errSlot, self, "fetchData"));
-    return reinterpret_cast<kvResult>(kova::props::formatLong(rangeText, value));
+    return kova::props::fetchedNumberText(errSlot, self, rangeText);
 }
 
 KV_METHOD(IRngProp, fetchData) {
@@ -160,12 +159,9 @@ KV_METHOD(IRngProp, storeData) {
     return 0;
 }
 
-// (text): a null text stores nothing.
 KV_METHOD(IRngProp, storeFromString) {
     (void)instData;
-    const char* text = kova::props::textArg(args, 0);
-    if (!text) return 0;
-    return kvSendMeth(errSlot, self, "storeData", kova::props::parseLong(text));
+    return kova::props::storeNumberText(errSlot, self, args);
 }
 
 KV_REGISTER(IRngProp) {

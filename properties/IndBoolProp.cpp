@@ -5,7 +5,6 @@
 //
 // Its saved record after the flags word is one character, "1" or "0", as a
 // BoolProp's; reading it sets or clears the bits without notifications.
-#include "errors/Raise.hpp"
 #include "properties/PropertySupport.hpp"
 
 namespace {
@@ -54,8 +53,7 @@ bool setValue(IndBoolPropData* data, bool value) {
 
 KV_METHOD(IndBoolProp, fetchAsString) {
     (void)instData, (void)args;
-    const bool value = kvSendMeth(errSlot, self, "fetchData") != 0;
-    return reinterpret_cast<kvResult>(kova::props::formatTruth(indBoolText, value));
+    return kova::props::fetchedTruthText(errSlot, self, indBoolText);
 }
 
 // -1 for true, 0 for false, after "OnFetch".
@@ -88,8 +86,7 @@ KV_METHOD(IndBoolProp, objInit) {
 KV_METHOD(IndBoolProp, readFromStream) {
     const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
     uint16_t flags = 0;
-    if (!kova::props::readFlags(errSlot, self, IndBoolPropClass, stream, &flags)) return -1;
-    const int value = kova::props::readTruth(errSlot, self, IndBoolPropClass, stream);
+    const int value = kova::props::readTruthRecord(errSlot, self, IndBoolPropClass, stream, &flags);
     if (value < 0) return -1;
     kova::props::adoptFlags(self, flags);
     setValue(dataOf(instData), value != 0);
@@ -115,16 +112,9 @@ KV_METHOD(IndBoolProp, storeData) {
     return 0;
 }
 
-// (text): "true" or "1", "false" or "0" in any case; anything else raises
-// 3443 and answers -1.
 KV_METHOD(IndBoolProp, storeFromString) {
     (void)instData;
-    const int value = kova::props::parseTruth(kova::props::textArg(args, 0));
-    if (value < 0) {
-        kova::raiseError(errSlot, self, IndBoolPropClass, 3443);
-        return -1;
-    }
-    return kvSendMeth(errSlot, self, "storeData", value ? -1 : 0);
+    return kova::props::storeTruthText(errSlot, self, IndBoolPropClass, args);
 }
 
 KV_METHOD(IndBoolProp, writeToStream) {

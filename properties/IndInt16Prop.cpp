@@ -15,6 +15,8 @@ struct IndInt16PropData {
 };
 #pragma pack(pop)
 
+using Field = kova::props::IndirectInteger<int16_t>;
+
 kvClass IndInt16PropClass = nullptr;
 char indInt16Text[16]; // the text form of the last value asked for, shared by the class
 
@@ -30,11 +32,6 @@ KV_METHOD_TABLE(indInt16PropMethods,               //
                 kova::method("writeToStream", 1));
 KV_EMPTY_METHOD_TABLE(indInt16PropClassMethods);
 
-int16_t currentValue(const void* instData) {
-    const void* cell = kova::props::indirectTarget(instData);
-    return cell ? kova::props::loadFrom<int16_t>(cell) : int16_t{0};
-}
-
 } // namespace
 
 KV_METHOD(IndInt16Prop, asInt) {
@@ -44,13 +41,11 @@ KV_METHOD(IndInt16Prop, asInt) {
 
 KV_METHOD(IndInt16Prop, asString) {
     (void)instData, (void)args;
-    const auto value = static_cast<int32_t>(kvSendMeth(errSlot, self, "fetchData"));
-    return reinterpret_cast<kvResult>(kova::props::formatLong(indInt16Text, value));
+    return kova::props::fetchedNumberText(errSlot, self, indInt16Text);
 }
 
 KV_METHOD(IndInt16Prop, fetchData) {
-    kvSendParentMethNA(errSlot, IndInt16PropClass, self, "fetchData", args);
-    return currentValue(instData);
+    return Field::fetchData(errSlot, IndInt16PropClass, self, instData, args);
 }
 
 KV_METHOD(IndInt16Prop, getPointer) {
@@ -58,25 +53,12 @@ KV_METHOD(IndInt16Prop, getPointer) {
     return reinterpret_cast<kvResult>(kova::props::indirectTarget(instData));
 }
 
-// (pointer, owner, name, id, flags)
 KV_METHOD(IndInt16Prop, objInit) {
-    const kvArgs rest = kvArgsAfter(args, 1);
-    kvSendParentMethNA(errSlot, IndInt16PropClass, self, "objInit", &rest);
-    kova::props::setIndirectTarget(instData, kova::props::pointerArg<void>(args, 0));
-    return 0;
+    return Field::objInit(errSlot, IndInt16PropClass, self, instData, args);
 }
 
-// (stream): adopted only from a complete record, otherwise -1 (3432 raised).
 KV_METHOD(IndInt16Prop, readFromStream) {
-    const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    uint16_t flags = 0;
-    int16_t value = 0;
-    if (!kova::props::readFlags(errSlot, self, IndInt16PropClass, stream, &flags) ||
-        !kova::props::readInt16(errSlot, self, IndInt16PropClass, stream, &value))
-        return -1;
-    kova::props::adoptFlags(self, flags);
-    if (void* cell = kova::props::indirectTarget(instData)) kova::props::storeTo(cell, value);
-    return 0;
+    return Field::readFromStream(errSlot, IndInt16PropClass, self, instData, args);
 }
 
 KV_METHOD(IndInt16Prop, setPointer) {
@@ -85,22 +67,12 @@ KV_METHOD(IndInt16Prop, setPointer) {
     return 0;
 }
 
-// (value): its low 16 bits are written to the creator's field and announced
-// with "OnStore".
 KV_METHOD(IndInt16Prop, storeData) {
-    void* cell = kova::props::indirectTarget(instData);
-    if (!cell) return 0;
-    const auto value = static_cast<int16_t>(kvArgAt(args, 0));
-    kova::props::storeTo(cell, value);
-    kvSendParentMeth(errSlot, IndInt16PropClass, self, "storeData", value);
-    return 0;
+    return Field::storeData(errSlot, IndInt16PropClass, self, instData, args);
 }
 
 KV_METHOD(IndInt16Prop, writeToStream) {
-    const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    kova::props::writeFlags(errSlot, self, stream);
-    kova::props::writeInt16(errSlot, stream, currentValue(instData));
-    return 0;
+    return Field::writeToStream(errSlot, self, instData, args);
 }
 
 KV_REGISTER(IndInt16Prop) {

@@ -15,6 +15,8 @@ struct IndInt32PropData {
 };
 #pragma pack(pop)
 
+using Field = kova::props::IndirectInteger<int32_t>;
+
 kvClass IndInt32PropClass = nullptr;
 char indInt32Text[16]; // the text form of the last value asked for, shared by the class
 
@@ -32,16 +34,6 @@ KV_METHOD_TABLE(indInt32PropMethods,                //
                 kova::method("writeToStream", 1));
 KV_EMPTY_METHOD_TABLE(indInt32PropClassMethods);
 
-int32_t currentValue(const void* instData) {
-    const void* cell = kova::props::indirectTarget(instData);
-    return cell ? kova::props::loadFrom<int32_t>(cell) : 0;
-}
-
-const char* fetchedText(kvObject* errSlot, kvObject self) {
-    const auto value = static_cast<int32_t>(kvSendMeth(errSlot, self, "fetchData"));
-    return kova::props::formatLong(indInt32Text, value);
-}
-
 } // namespace
 
 KV_METHOD(IndInt32Prop, asInt) {
@@ -51,17 +43,16 @@ KV_METHOD(IndInt32Prop, asInt) {
 
 KV_METHOD(IndInt32Prop, asString) {
     (void)instData, (void)args;
-    return reinterpret_cast<kvResult>(fetchedText(errSlot, self));
+    return kova::props::fetchedNumberText(errSlot, self, indInt32Text);
 }
 
 KV_METHOD(IndInt32Prop, fetchAsString) {
     (void)instData, (void)args;
-    return reinterpret_cast<kvResult>(fetchedText(errSlot, self));
+    return kova::props::fetchedNumberText(errSlot, self, indInt32Text);
 }
 
 KV_METHOD(IndInt32Prop, fetchData) {
-    kvSendParentMethNA(errSlot, IndInt32PropClass, self, "fetchData", args);
-    return currentValue(instData);
+    return Field::fetchData(errSlot, IndInt32PropClass, self, instData, args);
 }
 
 KV_METHOD(IndInt32Prop, getPointer) {
@@ -69,25 +60,12 @@ KV_METHOD(IndInt32Prop, getPointer) {
     return reinterpret_cast<kvResult>(kova::props::indirectTarget(instData));
 }
 
-// (pointer, owner, name, id, flags)
 KV_METHOD(IndInt32Prop, objInit) {
-    const kvArgs rest = kvArgsAfter(args, 1);
-    kvSendParentMethNA(errSlot, IndInt32PropClass, self, "objInit", &rest);
-    kova::props::setIndirectTarget(instData, kova::props::pointerArg<void>(args, 0));
-    return 0;
+    return Field::objInit(errSlot, IndInt32PropClass, self, instData, args);
 }
 
-// (stream): adopted only from a complete record, otherwise -1 (3432 raised).
 KV_METHOD(IndInt32Prop, readFromStream) {
-    const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    uint16_t flags = 0;
-    int32_t value = 0;
-    if (!kova::props::readFlags(errSlot, self, IndInt32PropClass, stream, &flags) ||
-        !kova::props::readInt32(errSlot, self, IndInt32PropClass, stream, &value))
-        return -1;
-    kova::props::adoptFlags(self, flags);
-    if (void* cell = kova::props::indirectTarget(instData)) kova::props::storeTo(cell, value);
-    return 0;
+    return Field::readFromStream(errSlot, IndInt32PropClass, self, instData, args);
 }
 
 KV_METHOD(IndInt32Prop, setPointer) {
@@ -96,29 +74,17 @@ KV_METHOD(IndInt32Prop, setPointer) {
     return 0;
 }
 
-// (value): written to the creator's field and announced with "OnStore".
 KV_METHOD(IndInt32Prop, storeData) {
-    void* cell = kova::props::indirectTarget(instData);
-    if (!cell) return 0;
-    const int32_t value = kova::props::intArg(args, 0);
-    kova::props::storeTo(cell, value);
-    kvSendParentMeth(errSlot, IndInt32PropClass, self, "storeData", value);
-    return 0;
+    return Field::storeData(errSlot, IndInt32PropClass, self, instData, args);
 }
 
-// (text): read as atol reads it; a null text stores nothing.
 KV_METHOD(IndInt32Prop, storeFromString) {
     (void)instData;
-    const char* text = kova::props::textArg(args, 0);
-    if (!text) return 0;
-    return kvSendMeth(errSlot, self, "storeData", kova::props::parseLong(text));
+    return kova::props::storeNumberText(errSlot, self, args);
 }
 
 KV_METHOD(IndInt32Prop, writeToStream) {
-    const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    kova::props::writeFlags(errSlot, self, stream);
-    kova::props::writeInt32(errSlot, stream, currentValue(instData));
-    return 0;
+    return Field::writeToStream(errSlot, self, instData, args);
 }
 
 KV_REGISTER(IndInt32Prop) {

@@ -34,12 +34,6 @@ IntPropData* dataOf(void* instData) {
     return static_cast<IntPropData*>(instData);
 }
 
-// The fetched value as text, in the class's buffer.
-const char* fetchedText(kvObject* errSlot, kvObject self) {
-    const auto value = static_cast<int32_t>(kvSendMeth(errSlot, self, "fetchData"));
-    return kova::props::formatLong(intText, value);
-}
-
 } // namespace
 
 KV_METHOD(IntProp, asInt) {
@@ -49,12 +43,12 @@ KV_METHOD(IntProp, asInt) {
 
 KV_METHOD(IntProp, asString) {
     (void)instData, (void)args;
-    return reinterpret_cast<kvResult>(fetchedText(errSlot, self));
+    return kova::props::fetchedNumberText(errSlot, self, intText);
 }
 
 KV_METHOD(IntProp, fetchAsString) {
     (void)instData, (void)args;
-    return reinterpret_cast<kvResult>(fetchedText(errSlot, self));
+    return kova::props::fetchedNumberText(errSlot, self, intText);
 }
 
 // Fires "OnFetch" first, so that a subscriber may refresh the value.
@@ -87,12 +81,9 @@ KV_METHOD(IntProp, storeData) {
     return 0;
 }
 
-// (text): a null text stores nothing.
 KV_METHOD(IntProp, storeFromString) {
     (void)instData;
-    const char* text = kova::props::textArg(args, 0);
-    if (!text) return 0;
-    return kvSendMeth(errSlot, self, "storeData", kova::props::parseLong(text));
+    return kova::props::storeNumberText(errSlot, self, args);
 }
 
 KV_REGISTER(IntProp) {

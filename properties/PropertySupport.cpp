@@ -32,6 +32,15 @@ bool equalsIgnoringCase(const char* text, const char* word) {
     return *text == *word;
 }
 
+// 1 for "true" or "1", 0 for "false" or "0" (any case), -1 for anything
+// else, null included.
+int parseTruth(const char* text) {
+    if (!text) return -1;
+    if (equalsIgnoringCase(text, "true") || std::strcmp(text, "1") == 0) return 1;
+    if (equalsIgnoringCase(text, "false") || std::strcmp(text, "0") == 0) return 0;
+    return -1;
+}
+
 uint32_t fromLittleEndian(const unsigned char* bytes, size_t width) {
     uint32_t value = 0;
     for (size_t i = 0; i < width; ++i)
@@ -60,11 +69,19 @@ int32_t parseLong(const char* text) {
     return text ? parseLong(std::string_view(text)) : 0;
 }
 
-int parseTruth(const char* text) {
-    if (!text) return -1;
-    if (equalsIgnoringCase(text, "true") || std::strcmp(text, "1") == 0) return 1;
-    if (equalsIgnoringCase(text, "false") || std::strcmp(text, "0") == 0) return 0;
-    return -1;
+kvResult storeNumberText(kvObject* errSlot, kvObject self, const kvArgs* args) {
+    const char* text = textArg(args, 0);
+    if (!text) return 0;
+    return kvSendMeth(errSlot, self, "storeData", parseLong(text));
+}
+
+kvResult storeTruthText(kvObject* errSlot, kvObject self, kvClass cls, const kvArgs* args) {
+    const int value = parseTruth(textArg(args, 0));
+    if (value < 0) {
+        raiseError(errSlot, self, cls, 3443);
+        return -1;
+    }
+    return kvSendMeth(errSlot, self, "storeData", value ? -1 : 0);
 }
 
 bool copyText(kvObject* errSlot, kvObject self, kvClass cls, const char* text, char** copy) {
@@ -158,7 +175,9 @@ void writeTruth(kvObject* errSlot, kvObject stream, bool value) {
     writeBytes(errSlot, stream, &character, 1);
 }
 
-int readTruth(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream) {
+int readTruthRecord(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream,
+                    uint16_t* flags) {
+    if (!readFlags(errSlot, self, cls, stream, flags)) return -1;
     char character = 0;
     if (!readBytes(errSlot, self, cls, stream, &character, 1)) return -1;
     if (character == '1' || character == '0') return character == '1';

@@ -40,23 +40,33 @@ int32_t parseLong(std::string_view text);
 // The same for a terminated text; null gives 0.
 int32_t parseLong(const char* text);
 
-// Formats `value` with "%ld" into a class's static text buffer and answers it.
-template <size_t N> const char* formatLong(char (&buffer)[N], int32_t value) {
+// The value the property fetches, as "%ld" text in a class's static buffer:
+// the answer of the integer classes' "asString" and "fetchAsString".
+template <size_t N>
+kvResult fetchedNumberText(kvObject* errSlot, kvObject self, char (&buffer)[N]) {
     static_assert(N >= 12, "a 32-bit value needs up to 11 characters and a terminator");
+    const auto value = static_cast<int32_t>(kvSendMeth(errSlot, self, "fetchData"));
     std::snprintf(buffer, N, "%ld", static_cast<long>(value));
-    return buffer;
+    return reinterpret_cast<kvResult>(buffer);
 }
 
-// Truth read from text: 1 for "true" or "1", 0 for "false" or "0" (any case),
-// -1 for anything else, null included.
-int parseTruth(const char* text);
+// The integer classes' "storeFromString": the text read as parseLong reads
+// it, stored with "storeData". A null text stores nothing and answers 0.
+kvResult storeNumberText(kvObject* errSlot, kvObject self, const kvArgs* args);
 
-// Copies "True" or "False" into a class's static text buffer and answers it.
-template <size_t N> const char* formatTruth(char (&buffer)[N], bool value) {
+// The truth the property fetches, as "True" or "False" in a class's static
+// buffer: the answer of the truth classes' "fetchAsString".
+template <size_t N> kvResult fetchedTruthText(kvObject* errSlot, kvObject self, char (&buffer)[N]) {
     static_assert(N >= 6, "\"False\" needs 6 bytes");
+    const bool value = kvSendMeth(errSlot, self, "fetchData") != 0;
     std::snprintf(buffer, N, "%s", value ? "True" : "False");
-    return buffer;
+    return reinterpret_cast<kvResult>(buffer);
 }
+
+// The truth classes' "storeFromString": "true" or "1", "false" or "0" in any
+// case, stored with "storeData" as -1 or 0. Anything else, null included,
+// raises 3443 for `cls` and answers -1.
+kvResult storeTruthText(kvObject* errSlot, kvObject self, kvClass cls, const kvArgs* args);
 
 // ---- heap values ----
 
@@ -125,9 +135,10 @@ bool readInt32(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream, i
 
 // A truth value as one character, "1" or "0".
 void writeTruth(kvObject* errSlot, kvObject stream, bool value);
-// 1 or 0 for the characters "1" and "0"; -1 for a missing character (3432)
-// or any other one (3443).
-int readTruth(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream);
+// A truth class's record: the flags word into `*flags`, then the character;
+// answers 1 or 0, or -1 for a cut record (3432) or any other character (3443).
+int readTruthRecord(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream,
+                    uint16_t* flags);
 
 // A counted run as writeCounted wrote it, into a new heap block of the run's
 // length plus a terminating zero. The length field is not trusted: the block
@@ -139,5 +150,84 @@ struct CountedRun {
     uint32_t length = 0;   // bytes before the terminator
 };
 bool readCounted(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream, CountedRun* run);
+
+// ---- indirect integers ----
+// IndInt16Prop and IndInt32Prop differ only in the width `T` of the creator's
+// field, so their methods share these bodies. Each class passes itself as
+// `cls`. Stores keep the bits of the value that fit `T`; fetches answer the
+// field sign-extended; without an address, stores do nothing and fetches
+// answer 0. The saved record after the flags word is the field's value,
+// never its address.
+
+template <typename T> struct IndirectInteger {
+    static_assert(sizeof(T) == 2 || sizeof(T) == 4, "saved records hold 16 or 32 bits");
+
+    static T current(const void* instData) {
+        const void* cell = indirectTarget(instData);
+        return cell ? loadFrom<T>(cell) : T{0};
+    }
+
+    // After "OnFetch".
+    static kvResult fetchData(kvObject* errSlot, kvClass cls, kvObject self, void* instData,
+                              const kvArgs* args) {
+        kvSendParentMethNA(errSlot, cls, self, "fetchData", args);
+        return current(instData);
+    }
+
+    // (pointer, owner, name, id, flags)
+    static kvResult objInit(kvObject* errSlot, kvClass cls, kvObject self, void* instData,
+                            const kvArgs* args) {
+        const kvArgs rest = kvArgsAfter(args, 1);
+        kvSendParentMethNA(errSlot, cls, self, "objInit", &rest);
+        setIndirectTarget(instData, pointerArg<void>(args, 0));
+        return 0;
+    }
+
+    // (stream): adopted only from a complete record, otherwise -1 (3432
+    // raised); the field is written without notifications.
+    static kvResult readFromStream(kvObject* errSlot, kvClass cls, kvObject self, void* instData,
+                                   const kvArgs* args) {
+        const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
+        uint16_t flags = 0;
+        T value = 0;
+        if (!readFlags(errSlot, self, cls, stream, &flags) ||
+            !readInteger(errSlot, self, cls, stream, &value))
+            return -1;
+        adoptFlags(self, flags);
+        if (void* cell = indirectTarget(instData)) storeTo(cell, value);
+        return 0;
+    }
+
+    // (value): written to the creator's field and announced with "OnStore".
+    static kvResult storeData(kvObject* errSlot, kvClass cls, kvObject self, void* instData,
+                              const kvArgs* args) {
+        void* cell = indirectTarget(instData);
+        if (!cell) return 0;
+        const auto value = static_cast<T>(kvArgAt(args, 0));
+        storeTo(cell, value);
+        kvSendParentMeth(errSlot, cls, self, "storeData", value);
+        return 0;
+    }
+
+    static kvResult writeToStream(kvObject* errSlot, kvObject self, void* instData,
+                                  const kvArgs* args) {
+        const auto stream = reinterpret_cast<kvObject>(kvArgAt(args, 0));
+        writeFlags(errSlot, self, stream);
+        if constexpr (sizeof(T) == 2)
+            writeInt16(errSlot, stream, current(instData));
+        else
+            writeInt32(errSlot, stream, current(instData));
+        return 0;
+    }
+
+  private:
+    static bool readInteger(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream,
+                            T* value) {
+        if constexpr (sizeof(T) == 2)
+            return readInt16(errSlot, self, cls, stream, value);
+        else
+            return readInt32(errSlot, self, cls, stream, value);
+    }
+};
 
 } // namespace kova::props
