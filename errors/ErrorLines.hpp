@@ -218,6 +218,16 @@ template <typename Source> class ErrorLineReader {
     size_t lineNumber_ = 0;
 };
 
+// Hands each line of `source` in turn to `visit`, which answers false to stop
+// the reading there. Answers false when `visit` stopped it.
+template <typename Source, typename Visit> bool forEachLine(Source source, Visit visit) {
+    ErrorLineReader<Source> reader(source);
+    ErrorLine line{};
+    while (reader.next(line))
+        if (!visit(static_cast<const ErrorLine&>(line))) return false;
+    return true;
+}
+
 // One message as the registry stores it: 260 bytes, in the order of the lines.
 struct MessageEntry {
     int16_t number;             // error number
@@ -243,11 +253,10 @@ class MessageTable {
     // Reads every line of `source`, adding the well-formed ones. Answers
     // ERR_REG_OK, or ERR_REG_MEMORY when an entry could not be stored.
     template <typename Source> int addLinesOf(Source source) {
-        ErrorLineReader<Source> reader(source);
-        ErrorLine line{};
-        while (reader.next(line))
-            if (line.verdict == LineVerdict::WellFormed && !add(line)) return ERR_REG_MEMORY;
-        return ERR_REG_OK;
+        const bool read = forEachLine(source, [this](const ErrorLine& line) {
+            return line.verdict != LineVerdict::WellFormed || add(line);
+        });
+        return read ? ERR_REG_OK : ERR_REG_MEMORY;
     }
 
     uint16_t count() const { return static_cast<uint16_t>(count_); }

@@ -21,8 +21,6 @@
 namespace {
 
 using kova::errors::ErrorLine;
-using kova::errors::ErrorLineReader;
-using kova::errors::FileBytes;
 using kova::errors::LineVerdict;
 
 void require(bool condition) {
@@ -57,13 +55,11 @@ std::vector<Expected> expectedMessages() {
     std::vector<Expected> expected;
     std::FILE* file = std::fopen(scratchPath().c_str(), "r");
     require(file != nullptr);
-    ErrorLineReader<FileBytes> reader{FileBytes(file)};
-    ErrorLine line{};
     size_t previousLine = 0;
-    while (reader.next(line)) {
+    kova::errors::forEachLine(kova::errors::FileBytes(file), [&](const ErrorLine& line) {
         require(line.lineNumber == previousLine + 1);
         previousLine = line.lineNumber;
-        if (line.verdict != LineVerdict::WellFormed) continue;
+        if (line.verdict != LineVerdict::WellFormed) return true;
         require(line.text.size() <= kova::errors::maxLineLength);
         bool seen = false;
         for (const Expected& e : expected)
@@ -71,7 +67,8 @@ std::vector<Expected> expectedMessages() {
         if (!seen)
             expected.push_back(
                 {line.number, std::string(line.text.substr(0, 255)), line.helpContext});
-    }
+        return true;
+    });
     std::fclose(file);
     return expected;
 }

@@ -15,10 +15,7 @@
 namespace {
 
 using kova::errors::ErrorLine;
-using kova::errors::ErrorLineReader;
-using kova::errors::LineVerdict;
 using kova::errors::MessageEntry;
-using kova::errors::MessageTable;
 using kova::errors::TextBytes;
 
 void require(bool condition) {
@@ -36,22 +33,20 @@ bool sameMessage(const MessageEntry& entry, const ErrorLine& line) {
 // Walks the well-formed lines of the text beside the table's entries.
 void compareWithLines(const uint8_t* data, size_t size, const MessageEntry* entries,
                       uint16_t count) {
-    ErrorLineReader<TextBytes> reader{TextBytes(data, size)};
-    ErrorLine line{};
     size_t index = 0;
-    while (reader.next(line)) {
-        if (line.verdict != LineVerdict::WellFormed) continue;
+    kova::errors::forEachLine(TextBytes(data, size), [&](const ErrorLine& line) {
+        if (line.verdict != kova::errors::LineVerdict::WellFormed) return true;
         require(index < count);
-        require(sameMessage(entries[index], line));
-        ++index;
-    }
+        require(sameMessage(entries[index++], line));
+        return true;
+    });
     require(index == count);
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    MessageTable table;
+    kova::errors::MessageTable table;
     require(table.addLinesOf(TextBytes(data, size)) == ERR_REG_OK);
     const uint16_t count = table.count();
     kova::platform::MemoryHandle block = table.release();
