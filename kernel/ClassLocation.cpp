@@ -3,6 +3,7 @@
 // kept sorted by class name without regard to case, and its two outside forms:
 // the kernel's built-in resource and a file of 34-byte entries. Nothing else
 // in the library reads or writes the entries.
+#include "kernel/BuiltInClassLocations.hpp"
 #include "kova/classloc.h"
 #include "kova/resources.h"
 #include "platform/Platform.hpp"
@@ -89,16 +90,8 @@ void terminateFields(kvClassLocation* entries, size_t count) {
 
 // ---- the built-in rows, checked when the library is built ----
 
-struct BuiltInRow {
-    const char* className;
-    const char* libraryName;
-};
-
-constexpr BuiltInRow builtInRows[] = {
-#define KV_CLASSLOC(className, libraryName) {className, libraryName},
-#include "kernel/ClassLocations.def"
-#undef KV_CLASSLOC
-};
+using kova::kernel::BuiltInRow;
+using kova::kernel::builtInRows;
 
 constexpr bool fitsField(const char* name, size_t limit) {
     return name[0] && boundedLength(name, limit + 1) <= limit;

@@ -2,6 +2,8 @@
 // resources, compiled-in tables on one and resource-compiler output on the
 // other, hold exactly what their sources say; class libraries are found by
 // their table names in any case.
+#include "errors/KernelMessageList.hpp"
+#include "kernel/BuiltInClassLocations.hpp"
 #include "tests/KernelFixture.hpp"
 
 #include <cstring>
@@ -11,35 +13,17 @@
 namespace kova::test {
 namespace {
 
-struct ClassLocationRow {
-    const char* className;
-    const char* libraryName;
-};
-
-constexpr ClassLocationRow classLocationRows[] = {
-#define KV_CLASSLOC(className, libraryName) {className, libraryName},
-#include "kernel/ClassLocations.def"
-#undef KV_CLASSLOC
-};
-
-struct KernelMessage {
-    int32_t number;
-    const char* text; // the message, then a blank and the help context
-};
-
-constexpr KernelMessage kernelMessages[] = {
-#define KV_MESSAGE(number, text) {number, text},
-#include "errors/KernelMessages.def"
-#undef KV_MESSAGE
-};
+using kova::errors::KernelMessage;
+using kova::errors::kernelMessages;
+using kova::kernel::builtInRows;
 
 class KernelResourcesTest : public KernelTest {};
 
 TEST_F(KernelResourcesTest, BuiltInClassLocationsAreTheRowsOfTheirSource) {
     ASSERT_EQ(KovaClassLocationInit4(), 1);
-    ASSERT_EQ(kvTableGetCount_CLASSLOCATION(), std::size(classLocationRows));
-    for (size_t i = 0; i < std::size(classLocationRows); ++i) {
-        const ClassLocationRow& row = classLocationRows[i];
+    ASSERT_EQ(kvTableGetCount_CLASSLOCATION(), std::size(builtInRows));
+    for (size_t i = 0; i < std::size(builtInRows); ++i) {
+        const auto& row = builtInRows[i];
         ASSERT_STREQ(kvTableGetKey_CLASSLOCATION(i), row.className) << "row " << i;
         EXPECT_STREQ(kvTableFind_CLASSLOCATION(row.className), row.libraryName) << row.className;
     }
