@@ -14,11 +14,8 @@
 #include <string_view>
 #include <vector>
 
+namespace kova::tools {
 namespace {
-
-using kova::tools::BadUsage;
-using kova::tools::Failed;
-using kova::tools::Success;
 
 constexpr const char* usageText =
     "usage: kova classloc <action> [arguments]\n"
@@ -40,6 +37,8 @@ constexpr const char* usageText =
     "Class names hold at most 20 characters and library names 12; longer names\n"
     "are cut. Exit status: 0 done, 1 failed (not found, unreadable), 2 bad usage.\n";
 
+constexpr Command command{"classloc", usageText};
+
 constexpr size_t classNameLimit = KV_CLASSLOC_CLASS_SIZE - 1;
 constexpr size_t libraryNameLimit = KV_CLASSLOC_LIBRARY_SIZE - 1;
 
@@ -55,15 +54,6 @@ struct Action {
     enum { FileOptional, FileRequired, FileRefused } fileRule;
     int (*run)(const Arguments& arguments);
 };
-
-int fail(const std::string& message, int code = Failed) {
-    std::fprintf(stderr, "kova classloc: %s\n", message.c_str());
-    return code;
-}
-
-std::string quoted(const char* text) {
-    return std::string("'") + text + "'";
-}
 
 bool readBytes(const char* path, std::vector<char>& bytes) {
     std::ifstream in(path, std::ios::binary);
@@ -91,17 +81,17 @@ std::string refusalReason(const char* path) {
 bool loadTable(const char* path) {
     if (!path) {
         if (KovaClassLocationInit4()) return true;
-        fail("the built-in table could not be loaded");
+        command.fail("the built-in table could not be loaded");
         return false;
     }
     if (kvTableLoad_CLASSLOCATION(path)) return true;
-    fail("cannot load " + quoted(path) + ": " + refusalReason(path));
+    command.fail("cannot load " + quoted(path) + ": " + refusalReason(path));
     return false;
 }
 
 bool saveTable(const char* path) {
     if (kvTableSave_CLASSLOCATION(path)) return true;
-    fail("cannot write " + quoted(path));
+    command.fail("cannot write " + quoted(path));
     return false;
 }
 
@@ -129,7 +119,7 @@ int findClass(const Arguments& arguments) {
     if (!loadTable(arguments.file)) return Failed;
     const char* libraryName = kvTableFind_CLASSLOCATION(arguments.operands[0]);
     if (!libraryName)
-        return fail("class " + quoted(arguments.operands[0]) + " is not in the table");
+        return command.fail("class " + quoted(arguments.operands[0]) + " is not in the table");
     std::printf("%s\n", libraryName);
     return Success;
 }
@@ -143,7 +133,7 @@ int insertClass(const Arguments& arguments) {
     warnIfCut("class name", className, classNameLimit);
     warnIfCut("library name", libraryName, libraryNameLimit);
     if (!kvTableInsertEntry_CLASSLOCATION(className, libraryName))
-        return fail("cannot insert " + quoted(className));
+        return command.fail("cannot insert " + quoted(className));
     if (!saveTable(arguments.file)) return Failed;
     if (!exists) std::fprintf(stderr, "kova classloc: created '%s'\n", arguments.file);
     return Success;
@@ -153,9 +143,10 @@ int removeClass(const Arguments& arguments) {
     const char* className = arguments.operands[0];
     if (!loadTable(arguments.file)) return Failed;
     if (!kvTableFind_CLASSLOCATION(className))
-        return fail("class " + quoted(className) + " is not in the table");
+        return command.fail("class " + quoted(className) + " is not in the table");
     if (kvTableGetCount_CLASSLOCATION() == 1)
-        return fail(quoted(className) + " is the last entry; an empty file would not be a table");
+        return command.fail(quoted(className) +
+                            " is the last entry; an empty file would not be a table");
     kvTableRemoveEntry_CLASSLOCATION(className);
     return saveTable(arguments.file) ? Success : Failed;
 }
@@ -218,7 +209,7 @@ int checkFile(const Arguments& arguments) {
     std::vector<char> bytes;
     std::error_code error;
     if (std::filesystem::is_directory(path, error) || !readBytes(path, bytes))
-        return fail("cannot read " + quoted(path));
+        return command.fail("cannot read " + quoted(path));
     const size_t size = bytes.size();
     const size_t entries = size / KV_CLASSLOC_ENTRY_SIZE;
     std::printf("%s: %zu bytes, %zu %s\n", path, size, entries, entries == 1 ? "entry" : "entries");
@@ -252,12 +243,6 @@ const Action* findAction(const char* name) {
     return nullptr;
 }
 
-int badUsage(const std::string& message) {
-    fail(message);
-    std::fputs("Run 'kova classloc --help' for usage.\n", stderr);
-    return BadUsage;
-}
-
 // Splits the words after the action into operands and --file; false, with a
 // message, when an option is unknown or --file lacks its value.
 bool parseArguments(int argc, char** argv, Arguments& arguments) {
@@ -265,12 +250,12 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
         const std::string_view word = argv[i];
         if (word == "--file") {
             if (i + 1 == argc || arguments.file) {
-                badUsage("--file needs one file name");
+                command.badUsage("--file needs one file name");
                 return false;
             }
             arguments.file = argv[++i];
         } else if (word.size() > 1 && word[0] == '-') {
-            badUsage("unknown option " + quoted(argv[i]));
+            command.badUsage("unknown option " + quoted(argv[i]));
             return false;
         } else {
             arguments.operands.push_back(argv[i]);
@@ -282,15 +267,15 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
 // Checks the operands and --file against what the action takes.
 bool fitsAction(const Action& action, const Arguments& arguments) {
     if (arguments.operands.size() != action.operandCount) {
-        badUsage("wrong number of arguments for " + quoted(action.name));
+        command.badUsage("wrong number of arguments for " + quoted(action.name));
         return false;
     }
     if (action.fileRule == Action::FileRequired && !arguments.file) {
-        badUsage(quoted(action.name) + " needs --file");
+        command.badUsage(quoted(action.name) + " needs --file");
         return false;
     }
     if (action.fileRule == Action::FileRefused && arguments.file) {
-        badUsage(quoted(action.name) + " takes no --file");
+        command.badUsage(quoted(action.name) + " takes no --file");
         return false;
     }
     return true;
@@ -298,19 +283,10 @@ bool fitsAction(const Action& action, const Arguments& arguments) {
 
 } // namespace
 
-namespace kova::tools {
-
 int runClassLoc(int argc, char** argv) {
-    if (wantsHelp(argc, argv)) {
-        std::fputs(usageText, stdout);
-        return Success;
-    }
-    if (argc < 2) {
-        std::fputs(usageText, stderr);
-        return BadUsage;
-    }
+    if (const int answer = command.answerWithoutAction(argc, argv); answer >= 0) return answer;
     const Action* action = findAction(argv[1]);
-    if (!action) return badUsage("unknown action " + quoted(argv[1]));
+    if (!action) return command.badUsage("unknown action " + quoted(argv[1]));
     Arguments arguments;
     if (!parseArguments(argc, argv, arguments) || !fitsAction(*action, arguments)) return BadUsage;
     const int result = action->run(arguments);

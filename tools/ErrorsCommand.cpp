@@ -3,6 +3,7 @@
 // string resources 3426 to 3525, compiled from the one list the kernel's
 // resources are built from).
 #include "errors/ErrorLines.hpp"
+#include "errors/KernelMessageList.hpp"
 #include "tools/Command.hpp"
 
 #include <cerrno>
@@ -13,15 +14,11 @@
 #include <string_view>
 #include <vector>
 
+namespace kova::tools {
 namespace {
 
 using kova::errors::ErrorLine;
-using kova::errors::ErrorLineReader;
-using kova::errors::FileBytes;
 using kova::errors::LineVerdict;
-using kova::tools::BadUsage;
-using kova::tools::Failed;
-using kova::tools::Success;
 
 constexpr const char* usageText =
     "usage: kova errors <action> [arguments]\n"
@@ -41,16 +38,7 @@ constexpr const char* usageText =
     "Exit status: 0 done, 1 failed (malformed lines, unreadable file, no such\n"
     "message), 2 bad usage.\n";
 
-int fail(const std::string& message, int code = Failed) {
-    std::fprintf(stderr, "kova errors: %s\n", message.c_str());
-    return code;
-}
-
-int badUsage(const std::string& message) {
-    fail(message);
-    std::fputs("Run 'kova errors --help' for usage.\n", stderr);
-    return BadUsage;
-}
+constexpr Command command{"errors", usageText};
 
 // ---- check ----
 
@@ -94,16 +82,16 @@ void reportLine(const char* path, const ErrorLine& line, std::vector<size_t>& fi
 int checkFile(const char* path) {
     // Opened as the registry opens it, so line endings read the same.
     std::FILE* file = std::fopen(path, "r");
-    if (!file) return fail(std::string("cannot open '") + path + "': " + std::strerror(errno));
-    ErrorLineReader<FileBytes> reader{FileBytes(file)};
+    if (!file) return command.fail("cannot open " + quoted(path) + ": " + std::strerror(errno));
     std::vector<size_t> firstLineOf(65536, 0);
     CheckTally tally;
-    ErrorLine line{};
-    while (reader.next(line))
+    kova::errors::forEachLine(kova::errors::FileBytes(file), [&](const ErrorLine& line) {
         reportLine(path, line, firstLineOf, tally);
+        return true;
+    });
     const bool unreadable = std::ferror(file);
     std::fclose(file);
-    if (unreadable) return fail(std::string("cannot read '") + path + "'");
+    if (unreadable) return command.fail("cannot read " + quoted(path));
     std::printf("%s: %zu lines, %zu messages, %zu malformed, %zu blank\n", path, tally.lines,
                 tally.messages, tally.malformed, tally.blank);
     return tally.malformed ? Failed : Success;
@@ -111,16 +99,8 @@ int checkFile(const char* path) {
 
 // ---- the kernel's message table ----
 
-struct KernelMessage {
-    int number;
-    const char* text; // ends in a blank and the help context
-};
-
-constexpr KernelMessage kernelMessages[] = {
-#define KV_MESSAGE(number, text) {number, text},
-#include "errors/KernelMessages.def"
-#undef KV_MESSAGE
-};
+using kova::errors::KernelMessage;
+using kova::errors::kernelMessages;
 
 // A kernel message split as an error object splits it: the digits after the
 // last blank are the help context, and when they make a non-zero number the
@@ -156,13 +136,13 @@ bool parseNumber(const char* word, long& value) {
 
 int lookupMessage(const char* word) {
     long number = 0;
-    if (!parseNumber(word, number)) return badUsage("'" + std::string(word) + "' is not a number");
+    if (!parseNumber(word, number)) return command.badUsage(quoted(word) + " is not a number");
     for (const KernelMessage& message : kernelMessages) {
         if (message.number != number) continue;
         printMessage(message);
         return Success;
     }
-    return fail("the kernel has no message " + std::to_string(number));
+    return command.fail("the kernel has no message " + std::to_string(number));
 }
 
 int listMessages() {
@@ -174,32 +154,23 @@ int listMessages() {
 
 } // namespace
 
-namespace kova::tools {
-
 int runErrors(int argc, char** argv) {
-    if (wantsHelp(argc, argv)) {
-        std::fputs(usageText, stdout);
-        return Success;
-    }
-    if (argc < 2) {
-        std::fputs(usageText, stderr);
-        return BadUsage;
-    }
+    if (const int answer = command.answerWithoutAction(argc, argv); answer >= 0) return answer;
     const std::string_view action = argv[1];
     const int operands = argc - 2;
     if (action == "check") {
-        if (operands != 1) return badUsage("'check' takes one file name");
+        if (operands != 1) return command.badUsage("'check' takes one file name");
         return checkFile(argv[2]);
     }
     if (action == "lookup") {
-        if (operands != 1) return badUsage("'lookup' takes one message number");
+        if (operands != 1) return command.badUsage("'lookup' takes one message number");
         return lookupMessage(argv[2]);
     }
     if (action == "list") {
-        if (operands != 0) return badUsage("'list' takes no arguments");
+        if (operands != 0) return command.badUsage("'list' takes no arguments");
         return listMessages();
     }
-    return badUsage("unknown action '" + std::string(action) + "'");
+    return command.badUsage("unknown action " + quoted(action));
 }
 
 } // namespace kova::tools

@@ -19,11 +19,8 @@
 #include <string_view>
 #include <vector>
 
+namespace kova::tools {
 namespace {
-
-using kova::tools::BadUsage;
-using kova::tools::Failed;
-using kova::tools::Success;
 
 constexpr const char* usageText =
     "usage: kova stream FILE\n"
@@ -48,16 +45,7 @@ constexpr size_t longestShownText = 64;
 constexpr uint8_t magicBytes[] = {0x54, 0x53, 0x56, 0x4B};
 constexpr std::string_view endMarker = "KvStreamEnd";
 
-int fail(const std::string& message) {
-    std::fprintf(stderr, "kova stream: %s\n", message.c_str());
-    return Failed;
-}
-
-int badUsage(const std::string& message) {
-    std::fprintf(stderr, "kova stream: %s\n", message.c_str());
-    std::fputs("Run 'kova stream --help' for usage.\n", stderr);
-    return BadUsage;
-}
+constexpr Command command{"stream", usageText};
 
 // Text from the file as a person can read it: printable characters as they
 // are, others as \xNN, long texts cut.
@@ -332,15 +320,14 @@ void describeReading(const FrameDecoder& decoder) {
 int decodeFile(const char* path) {
     std::vector<uint8_t> bytes;
     std::string why;
-    if (!readFile(path, bytes, why)) return fail(why);
+    if (!readFile(path, bytes, why)) return command.fail(why);
     std::printf("%s: %zu bytes\n", path, bytes.size());
     if (bytes.empty()) {
         std::printf("The file is empty: what a collection that is not persistent saves.\n");
         return Success;
     }
     FrameDecoder decoder(bytes);
-    if (!decoder.frame(0))
-        return fail(std::string("'") + path + "' is not a whole saved collection");
+    if (!decoder.frame(0)) return command.fail(quoted(path) + " is not a whole saved collection");
     std::printf("%8zu  end of the frame: %zu members\n", decoder.offset(), decoder.members());
     if (decoder.remaining())
         std::printf("note: %zu bytes follow the end marker; a collection reading this frame "
@@ -409,19 +396,17 @@ int writeSample(const char* path) {
     kvDelObject(&error, props);
     if (!opened) {
         kvTerminate();
-        return fail(std::string("cannot open '") + path + "' for writing");
+        return command.fail("cannot open " + quoted(path) + " for writing");
     }
     const int problems = unexpectedErrors(error);
     kvTerminate();
-    if (problems) return fail("the sample could not be saved whole");
+    if (problems) return command.fail("the sample could not be saved whole");
     std::printf("wrote %ld bytes to %s; 'kova stream %s' shows them\n", static_cast<long>(length),
                 path, path);
     return Success;
 }
 
 } // namespace
-
-namespace kova::tools {
 
 int runStream(int argc, char** argv) {
     if (wantsHelp(argc, argv)) {
@@ -430,8 +415,8 @@ int runStream(int argc, char** argv) {
     }
     if (argc == 3 && !std::strcmp(argv[1], "--write-sample")) return writeSample(argv[2]);
     if (argc == 2 && argv[1][0] != '-') return decodeFile(argv[1]);
-    if (argc < 2) return badUsage("a FILE is needed");
-    return badUsage(std::string("unexpected arguments after '") + argv[0] + "'");
+    if (argc < 2) return command.badUsage("a FILE is needed");
+    return command.badUsage("unexpected arguments after " + quoted(argv[0]));
 }
 
 } // namespace kova::tools

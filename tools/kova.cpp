@@ -28,16 +28,6 @@ void printUsage(FILE* out) {
 
 } // namespace
 
-namespace kova::tools {
-
-bool wantsHelp(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i)
-        if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) return true;
-    return false;
-}
-
-} // namespace kova::tools
-
 int main(int argc, char** argv) {
     if (argc < 2) {
         printUsage(stderr);
