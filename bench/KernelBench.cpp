@@ -3,8 +3,8 @@
 // same on any machine. The classes sent to are in "KVBENCH.DLL"
 // (BenchClasses.cpp), loaded through the class location table as any class
 // library is.
+#include "bench/Baseline.hpp"
 #include "kova/classloc.h"
-#include "kova/kernel.h"
 
 #include <benchmark/benchmark.h>
 
@@ -15,33 +15,9 @@
 #include <string>
 #include <vector>
 
-// The baselines. They live outside an anonymous namespace and the virtual
-// function has two overriders, so the compiler cannot prove which one a call
-// reaches and has to make a real indirect call.
+// The baseline of a direct call. It lives outside an anonymous namespace, so
+// the compiler keeps it as a function of its own.
 namespace kova::bench {
-
-struct Figure {
-    virtual ~Figure() = default;
-    virtual kvResult area(kvResult scale) const = 0;
-};
-
-struct Square : Figure {
-    kvResult side = 3;
-    kvResult area(kvResult scale) const override;
-};
-
-struct Strip : Figure {
-    kvResult length = 5;
-    kvResult area(kvResult scale) const override;
-};
-
-__attribute__((noinline)) kvResult Square::area(kvResult scale) const {
-    return scale * side * side;
-}
-
-__attribute__((noinline)) kvResult Strip::area(kvResult scale) const {
-    return scale * length;
-}
 
 __attribute__((noinline)) kvResult tripled(kvResult value) {
     return 3 * value;
@@ -57,23 +33,16 @@ constexpr const char* benchLibrary = "KVBENCH.DLL";
 constexpr size_t farClassCount = 32; // BenchD00 .. BenchD31
 constexpr size_t farNameCount = 64;  // farValue00 .. farValue63
 
-// A started kernel with the bench classes in the class location table; the
-// kernel is taken down again when the session ends, so each benchmark starts
-// from empty class caches.
-class KernelSession {
+// A started kernel with the bench classes in the class location table.
+class BenchSession : public KernelSession {
   public:
-    KernelSession() {
-        kvInitialize();
+    BenchSession() {
         for (const char* name : {"BenchA", "BenchB", "BenchC", "BenchLeaf", "BenchSmall"})
             ready = kvTableInsertEntry_CLASSLOCATION(name, benchLibrary) == 1 && ready;
         for (size_t i = 0; i < farClassCount; ++i)
             ready = kvTableInsertEntry_CLASSLOCATION(farClassName(i).c_str(), benchLibrary) == 1 &&
                     ready;
     }
-    ~KernelSession() { kvTerminate(); }
-    KernelSession(const KernelSession&) = delete;
-    KernelSession& operator=(const KernelSession&) = delete;
-
     bool ok() const { return ready; }
 
     static std::string farClassName(size_t index) {
@@ -126,7 +95,7 @@ void directCall(benchmark::State& state) {
 }
 
 void sendCacheHit(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     Leaf leaf;
     if (!session.ok() || !leaf.get()) return state.SkipWithError("no BenchLeaf object");
     kvSendMeth(nullptr, leaf.get(), "getValue"); // the first send fills the cache
@@ -163,7 +132,7 @@ class FirstSendBatch {
         session.emplace();
         bool ok = session->ok();
         for (size_t k = 0; k < farClassCount; ++k) {
-            objects[k] = kvNewObject(nullptr, KernelSession::farClassName(k).c_str());
+            objects[k] = kvNewObject(nullptr, BenchSession::farClassName(k).c_str());
             ok = ok && objects[k];
         }
         return ok;
@@ -184,7 +153,7 @@ class FirstSendBatch {
 
     std::array<std::array<char, 16>, farNameCount> names{};
     std::array<kvObject, farClassCount> objects{};
-    std::optional<KernelSession> session;
+    std::optional<BenchSession> session;
 };
 
 void sendFirstThreeUp(benchmark::State& state) {
@@ -205,7 +174,7 @@ void sendFirstThreeUp(benchmark::State& state) {
 }
 
 void sendParent(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     Leaf leaf;
     const kvClass leafClass = kvFindClass("BenchLeaf");
     if (!session.ok() || !leaf.get()) return state.SkipWithError("no BenchLeaf object");
@@ -216,7 +185,7 @@ void sendParent(benchmark::State& state) {
 }
 
 void sendClassMethod(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     const kvClass leafClass = kvRegisterClass("BenchLeaf");
     if (!session.ok() || !leafClass) return state.SkipWithError("no BenchLeaf class");
     for (auto _ : state) {
@@ -226,7 +195,7 @@ void sendClassMethod(benchmark::State& state) {
 }
 
 void newAndDeleteObject(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     if (!session.ok() || !kvRegisterClass("BenchSmall"))
         return state.SkipWithError("no BenchSmall class");
     for (auto _ : state) {
@@ -237,7 +206,7 @@ void newAndDeleteObject(benchmark::State& state) {
 }
 
 void fire(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     Leaf notifier;
     std::vector<Leaf> subscribers(static_cast<size_t>(state.range(0)));
     if (!session.ok() || !notifier.get()) return state.SkipWithError("no BenchLeaf object");
@@ -250,7 +219,7 @@ void fire(benchmark::State& state) {
 }
 
 void raiseAndDeleteError(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     Leaf leaf;
     if (!session.ok() || !leaf.get()) return state.SkipWithError("no BenchLeaf object");
     kvObject error = nullptr;
@@ -265,7 +234,7 @@ void raiseAndDeleteError(benchmark::State& state) {
 // share a cache bucket; sent in turn, each is found second in its bucket and
 // moved to the front.
 void sendCollidingPair(benchmark::State& state) {
-    KernelSession session;
+    BenchSession session;
     Leaf leaf;
     if (!session.ok() || !leaf.get()) return state.SkipWithError("no BenchLeaf object");
     const char* names[2] = {"leftNeighbour", "rightNeighbour"};

@@ -4,7 +4,7 @@
 // Each figure also carries a "virtual_calls" counter: its processor time as a
 // number of C++ virtual calls measured in the same run, so that it reads the
 // same on any machine.
-#include "kova/kernel.h"
+#include "bench/Baseline.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -13,54 +13,26 @@
 #include <string>
 #include <vector>
 
-// The unit. It lives outside an anonymous namespace and the virtual function
-// has two overriders, so the compiler cannot prove which one a call reaches.
-namespace kova::bench::property {
-
-struct Gauge {
-    virtual ~Gauge() = default;
-    virtual kvResult read(kvResult scale) const = 0;
-};
-
-struct Dial : Gauge {
-    kvResult needle = 3;
-    kvResult read(kvResult scale) const override;
-};
-
-struct Meter : Gauge {
-    kvResult level = 5;
-    kvResult read(kvResult scale) const override;
-};
-
-__attribute__((noinline)) kvResult Dial::read(kvResult scale) const {
-    return scale * needle;
-}
-
-__attribute__((noinline)) kvResult Meter::read(kvResult scale) const {
-    return scale + level;
-}
-
-} // namespace kova::bench::property
-
 namespace {
 
-using namespace kova::bench::property;
+using kova::bench::Figure;
+using kova::bench::KernelSession;
 
 // Seconds of processor time of one virtual call, measured once per run the
 // way the program's own "VirtualCall" figure is. The fastest of several
 // rounds is taken, so that a processor still speeding up does not count.
 double virtualCallSeconds() {
     static const double seconds = [] {
-        Dial dial;
-        Gauge* gauge = &dial;
+        kova::bench::Square square;
+        Figure* figure = &square;
         const kvResult scale = 1;
         constexpr long calls = 20'000'000;
         double fastest = 0;
         for (int round = 0; round < 8; ++round) {
             const std::clock_t start = std::clock();
             for (long i = 0; i < calls; ++i) {
-                benchmark::DoNotOptimize(gauge);
-                kvResult result = gauge->read(scale);
+                benchmark::DoNotOptimize(figure);
+                kvResult result = figure->area(scale);
                 benchmark::DoNotOptimize(result);
             }
             const double spent = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
@@ -91,15 +63,6 @@ class VirtualCallCount {
     benchmark::State& state;
     double unit;
     std::clock_t start;
-};
-
-// A started kernel for one benchmark, taken down when it ends.
-class KernelSession {
-  public:
-    KernelSession() { kvInitialize(); }
-    ~KernelSession() { kvTerminate(); }
-    KernelSession(const KernelSession&) = delete;
-    KernelSession& operator=(const KernelSession&) = delete;
 };
 
 constexpr uint16_t persistent = KV_OBJ_PERSISTENT;
