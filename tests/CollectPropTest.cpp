@@ -2,90 +2,28 @@
 // renames; look-ups that leave the cursor alone; the saved KVST frame, byte
 // for byte; reading saved and hostile frames; lifetimes and allocation
 // failures that leave a collection as it was.
-#include "tests/KernelFixture.hpp"
+#include "tests/PropertyFixture.hpp"
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
+namespace kova::test {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes bytes(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
-Bytes operator+(Bytes a, const Bytes& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 Bytes label(const std::string& text) {
     return Bytes{static_cast<uint8_t>(text.size())} + bytes(text);
-}
-Bytes le16(uint16_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8)};
-}
-Bytes le32(uint32_t value) {
-    return le16(static_cast<uint16_t>(value)) + le16(static_cast<uint16_t>(value >> 16));
 }
 
 const Bytes magic{0x54, 0x53, 0x56, 0x4B};
 const Bytes endMarker = label("KvStreamEnd");
 
-class CollectPropTest : public kova::test::KernelTest {
+class CollectPropTest : public PropertyTest {
   protected:
-    kvObject error = nullptr;
-    // Deleted after the test: collections first, since a collection that
-    // does not own its members still holds them until it ends.
-    std::vector<kvObject> collections, owned;
-
-    void TearDown() override {
-        kvDebugFailAllocAfter(-1);
-        clearErrors(error);
-        for (auto* list : {&collections, &owned})
-            for (kvObject obj : *list)
-                kvDelObject(nullptr, obj);
-        KernelTest::TearDown();
-    }
-
-    kvObject keep(kvObject obj) {
-        EXPECT_NE(obj, nullptr);
-        owned.push_back(obj);
-        return obj;
-    }
     // A collection that does not own its members.
     kvObject collection(uint16_t flags = 0) {
-        kvObject made = kvNewObject(&error, "CollectProp", 0, nullptr, "Props", 1, flags);
+        kvObject made = make("CollectProp", 0, nullptr, "Props", 1, flags);
         EXPECT_NE(made, nullptr);
-        collections.push_back(made);
         return made;
     }
     kvObject intProp(const char* name, int32_t value = 0, uint16_t flags = 0) {
-        return keep(kvNewObject(&error, "IntProp", value, nullptr, name, 3, flags));
-    }
-    kvObject stream(const Bytes& content = {}) {
-        kvObject s = keep(kvNewObject(&error, "MemStream", 0, 0));
-        if (!content.empty()) {
-            kvSendMeth(&error, s, "Write", content.data(), static_cast<int32_t>(content.size()));
-            kvSendMeth(&error, s, "Rewind");
-        }
-        return s;
-    }
-    static Bytes contentOf(kvObject s) {
-        const auto* data = reinterpret_cast<const uint8_t*>(kvSendMeth(nullptr, s, "getDataPtr"));
-        const auto length = static_cast<size_t>(kvSendMeth(nullptr, s, "getLength"));
-        return data ? Bytes(data, data + length) : Bytes{};
-    }
-    Bytes saved(kvObject props) {
-        kvObject s = stream();
-        kvSendMeth(&error, props, "writeToStream", s);
-        return contentOf(s);
-    }
-
-    int32_t takeError() {
-        const int32_t code = errorCode(error);
-        clearErrors(error);
-        return code;
+        return make("IntProp", value, nullptr, name, 3, flags);
     }
     // The codes of the errors in the slot, newest first.
     std::vector<int32_t> errorCodes() const {
@@ -94,11 +32,6 @@ class CollectPropTest : public kova::test::KernelTest {
              e = reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj")))
             codes.push_back(errorCode(e));
         return codes;
-    }
-
-    static std::string nameOf(kvObject property) {
-        const auto* name = reinterpret_cast<const char*>(kvSendMeth(nullptr, property, "getName"));
-        return name ? name : "<null>";
     }
     kvResult add(kvObject props, kvObject property) {
         return kvSendMeth(&error, props, "addProperty", property);
@@ -123,12 +56,9 @@ TEST_F(CollectPropTest, NamesAreUniqueWithoutRegardToCase) {
     // The refused property is not listened to: its renames are its own affair.
     EXPECT_EQ(shouting->events, nullptr);
 
-    EXPECT_EQ(add(props, nullptr), 0);
-    EXPECT_EQ(takeError(), 0);
-    EXPECT_EQ(add(props, intProp(nullptr)), -1);
-    EXPECT_EQ(takeError(), 3484);
-    EXPECT_EQ(add(props, props), -1);
-    EXPECT_EQ(takeError(), 3443);
+    EXPECT_ERROR(add(props, nullptr), 0, 0);
+    EXPECT_ERROR(add(props, intProp(nullptr)), -1, 3484);
+    EXPECT_ERROR(add(props, props), -1, 3443);
     EXPECT_EQ(count(props), 1);
 }
 
@@ -154,8 +84,7 @@ TEST_F(CollectPropTest, ARenameToANameAnotherMemberHoldsIsVetoed) {
     EXPECT_EQ(count(props), 1);
     kvSendMeth(&error, beta, "setName", "Alpha");
     EXPECT_EQ(nameOf(beta), "Alpha");
-    EXPECT_EQ(kvSendMeth(&error, props, "delProperty", beta), 0);
-    EXPECT_EQ(takeError(), 3456);
+    EXPECT_ERROR(kvSendMeth(&error, props, "delProperty", beta), 0, 3456);
 }
 
 TEST_F(CollectPropTest, LookUpsLeaveTheCursorWhereItWas) {
@@ -176,10 +105,8 @@ TEST_F(CollectPropTest, LookUpsLeaveTheCursorWhereItWas) {
     EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "B"), 1);
     EXPECT_EQ(cursor(props), 1);
     EXPECT_EQ(kvSendMeth(&error, props, "getCurrent"), reinterpret_cast<kvResult>(b));
-    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", ""), -1);
-    EXPECT_EQ(takeError(), 3497);
-    EXPECT_EQ(byName(props, nullptr), nullptr);
-    EXPECT_EQ(takeError(), 3497);
+    EXPECT_ERROR(kvSendMeth(&error, props, "setCurrentByName", ""), -1, 3497);
+    EXPECT_ERROR(byName(props, nullptr), nullptr, 3497);
     EXPECT_EQ(cursor(props), 1);
 }
 
@@ -187,13 +114,10 @@ TEST_F(CollectPropTest, ACollectionWithoutMembersYetAnswersQuietlyOrWith3442) {
     kvObject props = collection();
     for (const char* quiet : {"getPropCollect", "getPropCount", "getCurrent", "getCurrentIndex"})
         EXPECT_EQ(kvSendMeth(&error, props, quiet), 0) << quiet;
-    EXPECT_EQ(kvSendMeth(&error, props, "delProperty", intProp("x")), 0);
-    EXPECT_EQ(takeError(), 0);
+    EXPECT_ERROR(kvSendMeth(&error, props, "delProperty", intProp("x")), 0, 0);
 
-    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "x"), -1);
-    EXPECT_EQ(takeError(), 3442);
-    EXPECT_EQ(kvSendMeth(&error, props, "storeData", 1), 0);
-    EXPECT_EQ(takeError(), 3442);
+    EXPECT_ERROR(kvSendMeth(&error, props, "setCurrentByName", "x"), -1, 3442);
+    EXPECT_ERROR(kvSendMeth(&error, props, "storeData", 1), 0, 3442);
 }
 
 TEST_F(CollectPropTest, ValuesAreStoredAndFetchedByNameOrAtTheCursor) {
@@ -205,16 +129,13 @@ TEST_F(CollectPropTest, ValuesAreStoredAndFetchedByNameOrAtTheCursor) {
     EXPECT_EQ(kvSendMeth(&error, props, "storeProperty", "width", 42), 0);
     EXPECT_EQ(kvSendMeth(&error, width, "fetchData"), 42);
     EXPECT_EQ(kvSendMeth(&error, props, "fetchProperty", "WIDTH"), 42);
-    EXPECT_EQ(kvSendMeth(&error, props, "storeProperty", "Depth", 1), 0);
-    EXPECT_EQ(takeError(), 3454);
-    EXPECT_EQ(kvSendMeth(&error, props, "fetchProperty", "Depth"), 0);
-    EXPECT_EQ(takeError(), 3454);
+    EXPECT_ERROR(kvSendMeth(&error, props, "storeProperty", "Depth", 1), 0, 3454);
+    EXPECT_ERROR(kvSendMeth(&error, props, "fetchProperty", "Depth"), 0, 3454);
 
     kvSendMeth(&error, props, "setCurrentByName", "height");
     kvSendMeth(&error, props, "storeData", 7);
     EXPECT_EQ(kvSendMeth(&error, height, "fetchData"), 7);
-    EXPECT_EQ(kvSendMeth(&error, props, "fetchData"), 7);
-    EXPECT_EQ(takeError(), 0);
+    EXPECT_ERROR(kvSendMeth(&error, props, "fetchData"), 7, 0);
 }
 
 TEST_F(CollectPropTest, InsertedMembersTakeTheirPlaceAndRefusalsLeaveNoTrace) {
@@ -224,21 +145,16 @@ TEST_F(CollectPropTest, InsertedMembersTakeTheirPlaceAndRefusalsLeaveNoTrace) {
     EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", a, 0), 1);
     EXPECT_EQ(kvSendMeth(&error, props, "getProperty", 0), reinterpret_cast<kvResult>(a));
 
-    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", c, 5), 0);
-    EXPECT_EQ(takeError(), 3441);
+    EXPECT_ERROR(kvSendMeth(&error, props, "insertProperty", c, 5), 0, 3441);
     EXPECT_EQ(c->events, nullptr);
-    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", nullptr, 0), 0);
-    EXPECT_EQ(takeError(), 3443);
-    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", intProp("B"), 0), 0);
-    EXPECT_EQ(takeError(), 3465);
-    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", intProp(""), 0), -1);
-    EXPECT_EQ(takeError(), 3484);
+    EXPECT_ERROR(kvSendMeth(&error, props, "insertProperty", nullptr, 0), 0, 3443);
+    EXPECT_ERROR(kvSendMeth(&error, props, "insertProperty", intProp("B"), 0), 0, 3465);
+    EXPECT_ERROR(kvSendMeth(&error, props, "insertProperty", intProp(""), 0), -1, 3484);
     EXPECT_EQ(count(props), 2);
 
     // A bad index on the very first insertion leaves no collection behind.
     kvObject fresh = collection();
-    EXPECT_EQ(kvSendMeth(&error, fresh, "insertProperty", c, 1), 0);
-    EXPECT_EQ(takeError(), 3441);
+    EXPECT_ERROR(kvSendMeth(&error, fresh, "insertProperty", c, 1), 0, 3441);
     EXPECT_EQ(kvSendMeth(&error, fresh, "getPropCollect"), 0);
 }
 
@@ -292,19 +208,6 @@ TEST_F(CollectPropTest, AForwardingMemberIsListenedToItself) {
     EXPECT_EQ(b->events, nullptr);
 }
 
-// Makes the n-th allocation of `step` fail, for n = 0, 1, ... until `step`
-// succeeds; after each failure `unchanged` must hold.
-template <typename Step, typename Check> void failEachAllocation(Step step, Check unchanged) {
-    for (long n = 0; n < 200; ++n) {
-        kvDebugFailAllocOnce(n);
-        const bool done = step();
-        kvDebugFailAllocAfter(-1);
-        if (done) return;
-        unchanged();
-    }
-    ADD_FAILURE() << "the step never succeeded";
-}
-
 TEST_F(CollectPropTest, AFailedAllocationLeavesTheCollectionAsItWas) {
     kvObject props = collection();
     kvObject first = intProp("first"), second = intProp("second"), third = intProp("third");
@@ -338,20 +241,19 @@ TEST_F(CollectPropTest, AFailedAllocationLeavesTheCollectionAsItWas) {
 }
 
 TEST_F(CollectPropTest, AnEmptyPersistentCollectionIsSavedAs16Bytes) {
-    EXPECT_EQ(saved(collection(KV_OBJ_PERSISTENT)), magic + endMarker);
-    EXPECT_EQ(saved(collection(KV_OBJ_PERSISTENT)).size(), 16u);
+    EXPECT_EQ(recordOf(collection(KV_OBJ_PERSISTENT)), magic + endMarker);
 
     // Emptied again, it saves the same way.
     kvObject emptied = collection(KV_OBJ_PERSISTENT);
     kvObject gone = intProp("gone", 1, KV_OBJ_PERSISTENT);
     add(emptied, gone);
     kvSendMeth(&error, emptied, "delProperty", gone);
-    EXPECT_EQ(saved(emptied), magic + endMarker);
+    EXPECT_EQ(recordOf(emptied), magic + endMarker);
 
     // A collection that is not persistent writes nothing at all.
     kvObject transient = collection();
     add(transient, intProp("kept", 1, KV_OBJ_PERSISTENT));
-    EXPECT_EQ(saved(transient), Bytes{});
+    EXPECT_EQ(recordOf(transient), Bytes{});
     EXPECT_EQ(takeError(), 0);
 }
 
@@ -359,8 +261,8 @@ TEST_F(CollectPropTest, PersistentMembersAreSavedByteForByteWithAZeroIdField) {
     kvObject props = collection(KV_OBJ_PERSISTENT);
     add(props, intProp("Width", 5, KV_OBJ_PERSISTENT));
     add(props, intProp("Scratch", 9, 0));
-    add(props, keep(kvNewObject(&error, "StrProp", "abc", nullptr, "Title", 4, KV_OBJ_PERSISTENT)));
-    add(props, keep(kvNewObject(&error, "BoolProp", nullptr, "On", 5, KV_OBJ_PERSISTENT | 0x8)));
+    add(props, make("StrProp", "abc", nullptr, "Title", 4, KV_OBJ_PERSISTENT));
+    add(props, make("BoolProp", nullptr, "On", 5, KV_OBJ_PERSISTENT | 0x8));
 
     // A member's flags word shows the persistent bit and the kernel's "has
     // notifications" bit: the collection listens to every member.
@@ -369,7 +271,7 @@ TEST_F(CollectPropTest, PersistentMembersAreSavedByteForByteWithAZeroIdField) {
                            le32(5) + label("StrProp") + label("Title") + le16(0) +
                            le16(memberFlags) + le32(3) + bytes("abc") + label("BoolProp") +
                            label("On") + le16(0) + le16(memberFlags | 0x8) + bytes("1") + endMarker;
-    EXPECT_EQ(saved(props), expected);
+    EXPECT_EQ(recordOf(props), expected);
     // The id field comes from "getID", which no property answers.
     EXPECT_EQ(errorCodes(), (std::vector<int32_t>{3427, 3427, 3427}));
     EXPECT_EQ(errorMessage(error), "An unimplemented method getID was sent to class BoolProp");
@@ -379,7 +281,7 @@ TEST_F(CollectPropTest, ANameLongerThanItsLengthByteIsSavedCut) {
     kvObject props = collection(KV_OBJ_PERSISTENT);
     const std::string longName(300, 'n');
     add(props, intProp(longName.c_str(), 1, KV_OBJ_PERSISTENT));
-    const Bytes frame = saved(props);
+    const Bytes frame = recordOf(props);
     const Bytes expectedStart = magic + label("IntProp") + label(std::string(255, 'n'));
     ASSERT_GT(frame.size(), expectedStart.size());
     EXPECT_EQ(Bytes(frame.begin(), frame.begin() + static_cast<long>(expectedStart.size())),
@@ -389,7 +291,7 @@ TEST_F(CollectPropTest, ANameLongerThanItsLengthByteIsSavedCut) {
 TEST_F(CollectPropTest, ReadingASavedCollectionRestoresNoMembers) {
     kvObject source = collection(KV_OBJ_PERSISTENT);
     add(source, intProp("Width", 5, KV_OBJ_PERSISTENT));
-    kvObject frame = stream(saved(source));
+    kvObject frame = streamWith(recordOf(source));
     clearErrors(error);
 
     // Reading stops at the first entry whose class name is not the marker.
@@ -400,16 +302,15 @@ TEST_F(CollectPropTest, ReadingASavedCollectionRestoresNoMembers) {
     EXPECT_EQ(takeError(), 0);
 
     // An empty frame reads to its end without complaint.
-    kvObject empty = stream(magic + endMarker);
-    EXPECT_EQ(kvSendMeth(&error, target, "readFromStream", empty), 0);
-    EXPECT_EQ(takeError(), 0);
+    kvObject empty = streamWith(magic + endMarker);
+    EXPECT_ERROR(kvSendMeth(&error, target, "readFromStream", empty), 0, 0);
 
     // Without the magic, four bytes are read and nothing else happens.
-    kvObject other = stream(bytes("KVSTxxxx"));
+    kvObject other = streamWith(bytes("KVSTxxxx"));
     kvSendMeth(&error, target, "readFromStream", other);
     EXPECT_EQ(kvSendMeth(nullptr, other, "getPos"), 4);
-    kvSendMeth(&error, target, "readFromStream", stream(bytes("KV")));
-    kvSendMeth(&error, target, "readFromStream", stream());
+    kvSendMeth(&error, target, "readFromStream", streamWith(bytes("KV")));
+    kvSendMeth(&error, target, "readFromStream", streamWith());
     EXPECT_EQ(takeError(), 0);
 }
 
@@ -418,14 +319,14 @@ TEST_F(CollectPropTest, AnEntryLabelledWithTheMarkerIsReadByTheMemberOfItsName) 
     kvObject width = intProp("Width", 5);
     add(props, width);
     const Bytes entry = endMarker + label("WIDTH") + le16(0) + le16(KV_OBJ_PERSISTENT) + le32(99);
-    kvObject frame = stream(magic + entry + entry + endMarker);
+    kvObject frame = streamWith(magic + entry + entry + endMarker);
     EXPECT_EQ(kvSendMeth(&error, props, "readFromStream", frame), 0);
     EXPECT_EQ(kvSendMeth(nullptr, width, "fetchData"), 99);
     EXPECT_EQ(takeError(), 0);
 
     // A name no member has would need an object of class "KvStreamEnd".
     kvSendMeth(&error, props, "readFromStream",
-               stream(magic + endMarker + label("Depth") + le16(0) + le16(1) + le32(1)));
+               streamWith(magic + endMarker + label("Depth") + le16(0) + le16(1) + le32(1)));
     EXPECT_EQ(takeError(), 3443);
     EXPECT_EQ(count(props), 1);
 }
@@ -447,13 +348,13 @@ TEST_F(CollectPropTest, HostileFramesEndWithAClearError) {
         {"class-name length of 255", magic + Bytes{255} + Bytes(255, 'A'), 3443},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(kvSendMeth(&error, props, "readFromStream", stream(c.frame)), 0) << c.what;
+        EXPECT_EQ(kvSendMeth(&error, props, "readFromStream", streamWith(c.frame)), 0) << c.what;
         EXPECT_EQ(takeError(), c.code) << c.what;
     }
-    EXPECT_EQ(kvSendMeth(&error, props, "readFromStream", nullptr), 0);
-    EXPECT_EQ(takeError(), 3443);
+    EXPECT_ERROR(kvSendMeth(&error, props, "readFromStream", nullptr), 0, 3443);
     EXPECT_EQ(count(props), 1);
     EXPECT_EQ(kvSendMeth(nullptr, byName(props, "Width"), "fetchData"), 5);
 }
 
 } // namespace
+} // namespace kova::test

@@ -9,24 +9,10 @@
 namespace kova::test {
 namespace {
 
-class ErrorObjectTest : public KernelTest {
+class ErrorObjectTest : public ShapeTest {
   protected:
-    kvObject error = nullptr;
-    kvObject shape = nullptr;
-    void SetUp() override {
-        KernelTest::SetUp();
-        shape = kvNewObject(&error, "Shape", 3);
-    }
-    void TearDown() override {
-        clearErrors(error);
-        kvDelObject(nullptr, shape);
-        KernelTest::TearDown();
-    }
     static kvObject next(kvObject e) {
         return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj"));
-    }
-    static kvObject prev(kvObject e) {
-        return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getPrevESObj"));
     }
     static std::string source(kvObject e) {
         return reinterpret_cast<const char*>(kvSendMeth(nullptr, e, "getSource"));
@@ -40,9 +26,8 @@ TEST_F(ErrorObjectTest, MessageIsFormattedAndHelpContextCutOff) {
     EXPECT_EQ(kvSendMeth(nullptr, error, "getHelpFileContextID"), 4016);
     EXPECT_EQ(source(error), "Shape");
     EXPECT_EQ(kvSendMeth(nullptr, error, "isA", "KOVAErr"), -1);
-}
+    clearErrors(error);
 
-TEST_F(ErrorObjectTest, UnknownNumberHasTheNotFoundMessage) {
     kvSendMeth(&error, shape, "error", "Shape", 3486);
     EXPECT_EQ(errorMessage(error), "Message for error not found in registry.");
     EXPECT_EQ(kvSendMeth(nullptr, error, "getHelpFileContextID"), 0);
@@ -55,20 +40,17 @@ TEST_F(ErrorObjectTest, TwoErrorsInOneSlotFormAStackNewestFirst) {
     const kvObject second = error;
     EXPECT_NE(first, second);
     EXPECT_EQ(next(second), first);
-    EXPECT_EQ(prev(first), second);
+    EXPECT_EQ(kvSendMeth(nullptr, first, "getPrevESObj"), reinterpret_cast<kvResult>(second));
     // deleteTopError leaves the older one in the slot.
     kvSendMeth(&error, second, "deleteTopError");
     EXPECT_EQ(error, first);
-    EXPECT_EQ(prev(first), nullptr);
+    EXPECT_EQ(kvSendMeth(nullptr, first, "getPrevESObj"), 0);
     EXPECT_EQ(errorCode(error), 3443);
 }
 
-TEST_F(ErrorObjectTest, ErrorWithoutSlotIsMadeAndDeletedAtOnce) {
+TEST_F(ErrorObjectTest, WithoutASlotAnErrorIsDeletedAtOnceAndMakeErrorHasItsOwnSource) {
     EXPECT_EQ(kvSendMeth(nullptr, shape, "error", "Shape", 3443), 0);
     EXPECT_EQ(kvSendMeth(nullptr, kvMakeError(3443), "getCode"), 3443);
-}
-
-TEST_F(ErrorObjectTest, MakeErrorHasItsOwnSourceAndNoStack) {
     kvObject made = kvMakeError(3478, "Name", "bad");
     EXPECT_EQ(source(made), "kvMakeError");
     EXPECT_EQ(errorMessage(made), "Invalid string input; Parameter Name = bad");
@@ -134,11 +116,9 @@ TEST_F(ErrorObjectTest, GarbageCollectModeOneDeletesEveryError) {
 
 TEST_F(ErrorObjectTest, OnTermIsFiredWhenAnErrorEnds) {
     kvSendMeth(&error, shape, "error", "Shape", 3443);
-    kvObject watcher = kvNewObject(nullptr, "Listener");
-    kvAddNotification(nullptr, error, "OnTerm", watcher, "onEvent", 1);
+    kvObject watcher = listen(error, "OnTerm");
     clearErrors(error);
-    EXPECT_EQ(kvSendMeth(nullptr, watcher, "getCalls"), 1);
-    kvDelObject(nullptr, watcher);
+    EXPECT_EQ(calls(watcher), 1);
 }
 
 struct DialogRun {
@@ -185,26 +165,20 @@ TEST_F(ErrorObjectTest, DialogWalksTheStackAndShowsTheScode) {
     EXPECT_EQ(run.message, "An unimplemented method spin was sent to class Shape");
 }
 
-unsigned helpContext = 0;
-std::string helpFile;
-int recordHelp(const char* file, unsigned command, uintptr_t data) {
-    helpFile = file;
-    helpContext = command == 5 ? static_cast<unsigned>(data) : 0;
-    return 1;
-}
 void pressHelp(kvErrorDialog* dialog) {
     kvErrorDialogCommand(dialog, KV_ERRDLG_HELP);
 }
 
 TEST_F(ErrorObjectTest, DialogHelpOpensTheErrorsHelpFileAtItsContext) {
     kvSendMeth(&error, shape, "error", "Shape", 3470);
-    kvSetHelpHook(recordHelp);
+    kvSetHelpHook(recordHelpRequest);
     kvSetErrorDialogHook(pressHelp);
     kvShowErrorDialog(error);
     kvSetErrorDialogHook(nullptr);
     kvSetHelpHook(nullptr);
-    EXPECT_EQ(helpFile, "KOVAERR.HLP");
-    EXPECT_EQ(helpContext, 4045u);
+    EXPECT_EQ(helpRequest().file, "KOVAERR.HLP");
+    EXPECT_EQ(helpRequest().command, 5u);
+    EXPECT_EQ(helpRequest().data, 4045u);
 }
 
 } // namespace

@@ -1,41 +1,18 @@
 // The error registry: registering error message files, error table resources
 // and libraries, looking texts and help up, reference counting, hostile lines,
 // running out of memory, and the status texts.
-#include "kova/classloc.h"
 #include "kova/errreg.h"
-#include "kova/host.h"
-
-#include <gtest/gtest.h>
+#include "tests/KernelFixture.hpp"
 
 #include <climits>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
 
+namespace kova::test {
 namespace {
 
-namespace fs = std::filesystem;
-
-class ErrorRegistryTest : public ::testing::Test {
+class ErrorRegistryTest : public FileTest {
   protected:
-    void TearDown() override {
-        kvDebugFailAllocAfter(-1);
-        for (const fs::path& file : files_)
-            fs::remove(file);
-    }
-
-    // Writes `content` (bytes as they are) to a fresh file removed after the test.
-    std::string writeFile(const std::string& content) {
-        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        fs::path path = fs::temp_directory_path() / ("kova_errreg_" + std::string(test->name()) +
-                                                     "_" + std::to_string(files_.size()) + ".err");
-        std::ofstream(path, std::ios::binary).write(content.data(), std::ssize(content));
-        files_.push_back(path);
-        return path.string();
-    }
-
     // Registers `content` as the file of `module`; the handle, or 0 on failure.
     uint16_t registerText(const char* module, const std::string& content,
                           const char* helpFile = "TEST.HLP") {
@@ -64,8 +41,6 @@ class ErrorRegistryTest : public ::testing::Test {
         EXPECT_EQ(ErrGetRegErrorString(code, buffer, sizeof buffer), ERR_REG_OK);
         return buffer;
     }
-
-    std::vector<fs::path> files_;
 };
 
 TEST_F(ErrorRegistryTest, FileLinesGiveTextsAndHelpContexts) {
@@ -73,6 +48,7 @@ TEST_F(ErrorRegistryTest, FileLinesGiveTextsAndHelpContexts) {
                                                     "  -5\t\"Negative, with tabs\"\t17  \r\n"
                                                     "\n"
                                                     "12 \"\" 0\n"
+                                                    "5 \"first\" 1\n5 \"second\" 2\n"
                                                     "7 \"last line without a line feed\" 65535");
     ASSERT_NE(handle, 0);
     EXPECT_EQ(message(handle, 3427), "An unimplemented method %s");
@@ -81,6 +57,8 @@ TEST_F(ErrorRegistryTest, FileLinesGiveTextsAndHelpContexts) {
     EXPECT_EQ(helpContext(handle, -5), 17);
     EXPECT_EQ(message(handle, 12), "");
     EXPECT_EQ(helpContext(handle, 7), 65535);
+    EXPECT_EQ(message(handle, 5), "first"); // the first line of a number wins
+    EXPECT_EQ(helpContext(handle, 5), 1);
     EXPECT_EQ(message(handle, 3428), "<status 15>");
     EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
     EXPECT_EQ(message(handle, 3427), "<status 6>");
@@ -109,13 +87,6 @@ TEST_F(ErrorRegistryTest, FileOfMalformedLinesRegistersWithoutMessages) {
     ASSERT_NE(handle, 0);
     for (int16_t number : {0, 12, 13, 14})
         EXPECT_EQ(message(handle, number), "<status 15>");
-    EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
-}
-
-TEST_F(ErrorRegistryTest, FirstEntryOfANumberWins) {
-    const uint16_t handle = registerText("Dupes", "5 \"first\" 1\n5 \"second\" 2\n");
-    EXPECT_EQ(message(handle, 5), "first");
-    EXPECT_EQ(helpContext(handle, 5), 1);
     EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
 }
 
@@ -204,7 +175,8 @@ TEST_F(ErrorRegistryTest, ArgumentsAndHandlesAreChecked) {
     uint16_t handle = 0;
     char buffer[16];
     EXPECT_EQ(ErrRegisterFile("M", "no such file", nullptr, &handle), ERR_REG_CANT_OPEN_FILE);
-    EXPECT_EQ(ErrRegisterFile("M", fs::temp_directory_path().string().c_str(), nullptr, &handle),
+    EXPECT_EQ(ErrRegisterFile("M", std::filesystem::temp_directory_path().string().c_str(), nullptr,
+                              &handle),
               ERR_REG_CANT_OPEN_FILE);
     EXPECT_EQ(ErrRegisterFile(nullptr, "f", nullptr, &handle), ERR_REG_NULL_POINTER);
     EXPECT_EQ(ErrRegisterFile("M", nullptr, nullptr, &handle), ERR_REG_NULL_POINTER);
@@ -219,7 +191,7 @@ TEST_F(ErrorRegistryTest, ArgumentsAndHandlesAreChecked) {
     EXPECT_EQ(handle, 0);
 }
 
-TEST_F(ErrorRegistryTest, HelpInfoCopiesTheHelpFileWithinItsBuffer) {
+TEST_F(ErrorRegistryTest, HelpInfoCopiesTheHelpFileWithinItsBufferAndShowHelpOpensIt) {
     const std::string helpFile(300, 'h'); // stored as its first 255 characters
     const uint16_t handle = registerText("Helpful", "1 \"one\" 42\n", helpFile.c_str());
     char buffer[400];
@@ -242,32 +214,16 @@ TEST_F(ErrorRegistryTest, HelpInfoCopiesTheHelpFileWithinItsBuffer) {
     EXPECT_EQ(ErrGetHelpInfo(handle, 2, &context, buffer, sizeof buffer), ERR_REG_NO_MESSAGE);
     EXPECT_EQ(buffer[0], '#');
     EXPECT_EQ(ErrGetHelpInfo(handle, 1, &context, nullptr, 0), ERR_REG_NULL_POINTER);
-    EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
-}
 
-struct HelpRequest {
-    std::string file;
-    unsigned command = 0;
-    uintptr_t data = 0;
-};
-HelpRequest lastHelpRequest;
-int helpViewerAnswer = 1;
-
-int recordHelpRequest(const char* helpFile, unsigned command, uintptr_t data) {
-    lastHelpRequest = {helpFile ? helpFile : "<null>", command, data};
-    return helpViewerAnswer;
-}
-
-TEST_F(ErrorRegistryTest, ShowHelpOpensTheHelpFileAtTheContext) {
-    const uint16_t handle = registerText("Viewer", "1 \"one\" 42\n", "VIEWER.HLP");
+    // Showing help opens the help file at the context; a viewer's failure is reported.
     const kvHelpHook previous = kvSetHelpHook(recordHelpRequest);
-    helpViewerAnswer = 1;
     EXPECT_EQ(ErrShowHelp(handle, 1), ERR_REG_OK);
-    EXPECT_EQ(lastHelpRequest.file, "VIEWER.HLP");
-    EXPECT_EQ(lastHelpRequest.command, 1u);
-    EXPECT_EQ(lastHelpRequest.data, 42u);
-    helpViewerAnswer = 0;
+    EXPECT_EQ(helpRequest().file, helpFile.substr(0, 255));
+    EXPECT_EQ(helpRequest().command, 1u);
+    EXPECT_EQ(helpRequest().data, 42u);
+    helpRequest().answer = 0;
     EXPECT_EQ(ErrShowHelp(handle, 1), ERR_REG_HELP_FAILED);
+    helpRequest().answer = 1;
     EXPECT_EQ(ErrShowHelp(handle, 2), ERR_REG_NO_MESSAGE);
     kvSetHelpHook(previous);
     EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
@@ -343,3 +299,4 @@ TEST_F(ErrorRegistryModuleTest, LibrariesHandOverTheirLines) {
 }
 
 } // namespace
+} // namespace kova::test

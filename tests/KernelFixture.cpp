@@ -1,10 +1,25 @@
 #include "tests/KernelFixture.hpp"
 
+#include <fstream>
+#include <iterator>
+
 namespace kova::test {
 
 std::vector<MessageBox>& shownMessages() {
     static std::vector<MessageBox> messages;
     return messages;
+}
+
+HelpRequest& helpRequest() {
+    static HelpRequest request;
+    return request;
+}
+
+int recordHelpRequest(const char* file, unsigned command, uintptr_t data) {
+    helpRequest().file = file ? file : "<null>";
+    helpRequest().command = command;
+    helpRequest().data = data;
+    return helpRequest().answer;
 }
 
 namespace {
@@ -13,23 +28,59 @@ int captureMessageBox(const char* text, const char* caption, unsigned style) {
     return KV_IDOK;
 }
 
-constexpr const char* shapeLibraryClasses[] = {"Shape",    "Polygon", "Square",
-                                               "Listener", "Relay",   "Broken"};
+struct LibraryRow {
+    const char* className;
+    const char* library;
+};
+
+constexpr LibraryRow testLibraryRows[] = {
+    {"Shape", "TESTSHP.DLL"},    {"Polygon", "TESTSHP.DLL"}, {"Square", "TESTSHP.DLL"},
+    {"Listener", "TESTSHP.DLL"}, {"Broken", "TESTSHP.DLL"},  {"Wide", "TESTWIDE.DLL"},
+    {"Solo", "TESTSGL.DLL"},     {"Duet", "TESTSGL.DLL"},    {"Echo", "TESTSGL.DLL"}};
 } // namespace
 
 void KernelTest::SetUp() {
     shownMessages().clear();
+    helpRequest() = {};
     kvSetMessageBoxHook(captureMessageBox);
     kvInitialize();
-    for (const char* name : shapeLibraryClasses)
-        ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION(name, "TESTSHP.DLL"), 1);
-    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("Wide", "TESTWIDE.DLL"), 1);
+    for (const LibraryRow& row : testLibraryRows)
+        ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION(row.className, row.library), 1);
 }
 
 void KernelTest::TearDown() {
-    kvTerminate();
     kvDebugFailAllocAfter(-1);
+    clearErrors(error);
+    for (kvObject obj : made)
+        kvDelObject(nullptr, obj);
+    kvTerminate();
     kvSetMessageBoxHook(nullptr);
+}
+
+kvObject KernelTest::listener(kvArg answer, kvArg mode, kvObject target) {
+    kvObject obj = make("Listener");
+    kvSendMeth(&error, obj, "configure", answer, mode, target);
+    return obj;
+}
+
+kvObject KernelTest::listen(kvObject notifier, const char* event, kvArg answer) {
+    kvObject subscriber = listener(answer);
+    kvAddNotification(&error, notifier, event, subscriber, "onEvent", 1);
+    return subscriber;
+}
+
+kvArg KernelTest::calls(kvObject listener) {
+    return kvSendMeth(nullptr, listener, "getCalls");
+}
+
+kvArg KernelTest::argOf(kvObject listener, kvArg index) {
+    return kvSendMeth(nullptr, listener, "getArg", index);
+}
+
+int32_t KernelTest::takeError() {
+    const int32_t code = errorCode(error);
+    clearErrors(error);
+    return code;
 }
 
 std::string KernelTest::errorMessage(kvObject error) {
@@ -45,6 +96,38 @@ int32_t KernelTest::errorCode(kvObject error) {
 void KernelTest::clearErrors(kvObject& slot) {
     while (slot)
         kvSendMeth(&slot, slot, "deleteTopError");
+}
+
+void ShapeTest::SetUp() {
+    KernelTest::SetUp();
+    shape = make("Shape", 3);
+    ASSERT_NE(shape, nullptr);
+}
+
+void FileTest::TearDown() {
+    kvDebugFailAllocAfter(-1);
+    helpRequest() = {};
+    for (const std::filesystem::path& file : files_)
+        std::filesystem::remove(file);
+}
+
+std::string FileTest::tempPath() {
+    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    files_.push_back(std::filesystem::temp_directory_path() /
+                     ("kova_" + std::string(test->test_suite_name()) + "_" + test->name() + "_" +
+                      std::to_string(files_.size())));
+    return files_.back().string();
+}
+
+std::string FileTest::writeFile(std::string_view bytes) {
+    const std::string path = tempPath();
+    std::ofstream(path, std::ios::binary).write(bytes.data(), std::ssize(bytes));
+    return path;
+}
+
+std::string FileTest::readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 } // namespace kova::test

@@ -118,7 +118,6 @@ TEST_F(ClassLibraryTest, HierarchyDumpIndentsChildrenThreeBlanksPerLevel) {
     std::stringstream text;
     text << dump.rdbuf();
     const std::string written = text.str();
-    EXPECT_EQ(written.rfind("Object   BaseError      KOVAErr", 0), 0u) << written;
     EXPECT_EQ(written, "Object   BaseError      KOVAErr   Shape      Polygon         Square"
                        "   Listener");
 }

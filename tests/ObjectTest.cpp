@@ -2,21 +2,17 @@
 // answers of Object's methods, and the out-of-memory paths of creation.
 #include "tests/KernelFixture.hpp"
 
-#include <cstring>
-
 namespace kova::test {
 namespace {
 
 class ObjectTest : public KernelTest {};
 
 TEST_F(ObjectTest, ObjectOfAClassWithoutDataHasNoDataBlock) {
-    kvObject error = nullptr;
-    kvObject wide = kvNewObject(&error, "Wide");
+    kvObject wide = make("Wide");
     ASSERT_NE(wide, nullptr);
     // Object's own 2 bytes are always there.
     EXPECT_NE(wide->data, nullptr);
     EXPECT_EQ(wide->cls, kvFindClass("Wide"));
-    kvDelObject(&error, wide);
 
     kvObject bare = kvAllocObject();
     ASSERT_NE(bare, nullptr);
@@ -25,23 +21,27 @@ TEST_F(ObjectTest, ObjectOfAClassWithoutDataHasNoDataBlock) {
     EXPECT_EQ(kvFreeObject(bare), 0);
 }
 
-TEST_F(ObjectTest, DataStartsZeroAndOwnOffsetIsTheClasss) {
-    kvObject error = nullptr;
-    kvObject square = kvNewObject(&error, "Square");
+// Each class's slice starts where its parent's ends; Object owns the first 2
+// bytes, and a class adding no data shares its offset with its child.
+TEST_F(ObjectTest, DataSlicesFollowTheChainAndStartZero) {
+    kvObject square = make("Square");
     ASSERT_NE(square, nullptr);
-    EXPECT_EQ(square->ownDataOffset, kvFindClass("Square")->dataOffset);
     const kvClass cls = square->cls;
+    const kvClass shape = kvFindClass("Shape"), polygon = kvFindClass("Polygon");
+    EXPECT_EQ(kvFindClass("Object")->instanceSize, 2);
+    EXPECT_EQ(shape->dataOffset, 2);
+    EXPECT_EQ(polygon->dataOffset, shape->dataOffset + shape->instanceSize);
+    EXPECT_EQ(cls->dataOffset, polygon->dataOffset);
+    EXPECT_EQ(square->ownDataOffset, cls->dataOffset);
     const auto* bytes = static_cast<const unsigned char*>(square->data);
     const size_t initCounter = kvFindClass("Shape")->dataOffset + 4u;
     for (size_t i = 0; i < size_t(cls->dataOffset) + cls->instanceSize; ++i) {
         if (i >= initCounter && i < initCounter + 4) continue; // Shape counts its objInit calls
         EXPECT_EQ(bytes[i], 0) << "byte " << i;
     }
-    kvDelObject(&error, square);
 }
 
 TEST_F(ObjectTest, IsAAnswersMinusOneForTheChainAndRespondsToOne) {
-    kvObject error = nullptr;
     kvObject square = kvNewObject(&error, "Square", 4, 2);
     for (const char* name : {"Square", "Polygon", "Shape", "Object"})
         EXPECT_EQ(kvSendMeth(&error, square, "isA", name), -1) << name;
@@ -61,7 +61,6 @@ TEST_F(ObjectTest, IsAAnswersMinusOneForTheChainAndRespondsToOne) {
 }
 
 TEST_F(ObjectTest, UnknownClassAndNullObjectAreHarmless) {
-    kvObject error = nullptr;
     EXPECT_EQ(kvNewObject(&error, "NoSuchClass"), nullptr);
     EXPECT_EQ(error, nullptr);
     EXPECT_FALSE(shownMessages().empty()); // the loader said why
@@ -69,32 +68,22 @@ TEST_F(ObjectTest, UnknownClassAndNullObjectAreHarmless) {
     EXPECT_EQ(error, nullptr);
 }
 
-TEST_F(ObjectTest, NoMemoryForTheHeaderGivesNullWithoutError) {
+// Creation allocates the header, then the data block, then (on failure) the
+// error that reports it.
+TEST_F(ObjectTest, CreationWithoutMemoryAnswersNullAndSaysWhyWhereItCan) {
     kvRegisterClass("Square");
-    kvObject error = nullptr;
+    kvRegisterClass("KOVAErr");
     kvDebugFailAllocAfter(0);
     EXPECT_EQ(kvNewObject(&error, "Square", 1, 1), nullptr);
     kvDebugFailAllocAfter(-1);
     EXPECT_EQ(error, nullptr);
-}
 
-TEST_F(ObjectTest, NoMemoryForTheDataBlockIsError3426AndNothingLeaks) {
-    kvRegisterClass("Square");
-    kvRegisterClass("KOVAErr");
-    kvObject error = nullptr;
-    kvDebugFailAllocOnce(1); // the header succeeds, the data block fails
+    kvDebugFailAllocOnce(1);
     EXPECT_EQ(kvNewObject(&error, "Square", 1, 1), nullptr);
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(errorCode(error), 3426);
     EXPECT_EQ(errorMessage(error), "Allocation of object instance data failed");
-    clearErrors(error);
-}
+    EXPECT_EQ(takeError(), 3426);
 
-TEST_F(ObjectTest, NoMemoryForTheErrorItselfIsShownAndTheSlotUntouched) {
-    kvRegisterClass("Square");
-    kvRegisterClass("KOVAErr");
-    kvObject error = nullptr;
-    kvDebugFailAllocAfter(1); // the header, then nothing
+    kvDebugFailAllocAfter(1);
     EXPECT_EQ(kvNewObject(&error, "Square", 1, 1), nullptr);
     kvDebugFailAllocAfter(-1);
     EXPECT_EQ(error, nullptr);

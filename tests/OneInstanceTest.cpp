@@ -8,18 +8,6 @@ namespace {
 
 class OneInstanceTest : public KernelTest {
   protected:
-    kvObject error = nullptr;
-
-    void SetUp() override {
-        KernelTest::SetUp();
-        for (const char* name : {"Solo", "Duet", "Echo"})
-            ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION(name, "TESTSGL.DLL"), 1);
-    }
-    void TearDown() override {
-        clearErrors(error);
-        KernelTest::TearDown();
-    }
-
     static kvResult refs(kvObject obj) { return kvSendMeth(nullptr, obj, "getRefCount"); }
     static kvResult initArg(kvObject obj) { return kvSendMeth(nullptr, obj, "getInitArg"); }
     static kvResult soloTermCalls() {

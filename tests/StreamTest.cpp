@@ -15,38 +15,18 @@ using Bytes = std::vector<unsigned char>;
 
 class StreamTest : public KernelTest {
   protected:
-    void TearDown() override {
-        for (kvObject stream : streams)
-            kvDelObject(nullptr, stream);
-        KernelTest::TearDown();
-    }
-
-    kvObject make(const char* className, kvArg a, kvArg b) {
-        streams.push_back(kvNewObject(&error, className, a, b));
-        return streams.back();
-    }
-
     static Bytes bytesOf(kvObject stream) {
         const auto* data =
             reinterpret_cast<const unsigned char*>(kvSendMeth(nullptr, stream, "getDataPtr"));
         return data ? Bytes(data, data + kvSendMeth(nullptr, stream, "getLength")) : Bytes{};
     }
-
     static kvResult position(kvObject stream) { return kvSendMeth(nullptr, stream, "getPos"); }
-
-    // The code of the error left by the last call (0 for none), then clears it.
-    int32_t takeError() {
-        const int32_t code = errorCode(error);
+    // The message of the newest error is the system error `code`; the slot is then cleared.
+    void expectSystemError(int code) {
+        EXPECT_EQ(errorMessage(error),
+                  "System Error: GetLastError returned " + std::to_string(code));
         clearErrors(error);
-        return code;
     }
-
-    static std::string systemError(int code) {
-        return "System Error: GetLastError returned " + std::to_string(code);
-    }
-
-    kvObject error = nullptr;
-    std::vector<kvObject> streams;
 };
 
 TEST_F(StreamTest, IntegersAreLittleEndianBytesOnTheStream) {
@@ -108,30 +88,25 @@ TEST_F(StreamTest, ReadsStopAtTheEndAndBadRequestsTouchNothing) {
     EXPECT_EQ(kvSendMeth(&error, stream, "Read", nullptr, 4), -1);
     EXPECT_EQ(kvSendMeth(&error, stream, "Write", "x", 0), -1);
     EXPECT_EQ(error, nullptr); // reads never raise; an empty write is no error
-    for (kvArg count : {kvArg{-1}, static_cast<kvArg>(0xFFFFFFFFu), kvArg{INT32_MIN}}) {
-        EXPECT_EQ(kvSendMeth(&error, stream, "Write", "abcd", count), 0);
-        EXPECT_EQ(takeError(), 3437);
-    }
+    for (kvArg count : {kvArg{-1}, static_cast<kvArg>(0xFFFFFFFFu), kvArg{INT32_MIN}})
+        EXPECT_ERROR(kvSendMeth(&error, stream, "Write", "abcd", count), 0, 3437);
     kvSendMeth(&error, stream, "Write", nullptr, 2);
     EXPECT_EQ(takeError(), 3437);
     kvSendMeth(&error, stream, "Seek", 2, INT32_MIN); // beyond any position
     EXPECT_EQ(takeError(), 3438);
     kvSendMeth(&error, stream, "Seek", 2, -(INT32_MAX - 10)); // the largest position
-    EXPECT_EQ(kvSendMeth(&error, stream, "Write", "ab", 2), 0);
-    EXPECT_EQ(takeError(), 3437);
+    EXPECT_ERROR(kvSendMeth(&error, stream, "Write", "ab", 2), 0, 3437);
     EXPECT_EQ(bytesOf(stream), (Bytes{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}));
 }
 
 TEST_F(StreamTest, FixedStreamRefusesToGrow) {
     kvObject stream = make("MemStream", 1, 4);
-    EXPECT_EQ(kvSendMeth(&error, stream, "Write", "12345", 5), 0);
-    EXPECT_EQ(takeError(), 3437);
+    EXPECT_ERROR(kvSendMeth(&error, stream, "Write", "12345", 5), 0, 3437);
     EXPECT_EQ(position(stream), 0);
     EXPECT_EQ(bytesOf(stream), (Bytes{0, 0, 0, 0}));
     EXPECT_EQ(kvSendMeth(&error, stream, "Write", "1234", 4), 4);
     kvSendMeth(&error, stream, "Seek", 2, -3); // past the end of a fixed block
-    EXPECT_EQ(kvSendMeth(&error, stream, "Write", "5", 1), 0);
-    EXPECT_EQ(takeError(), 3437);
+    EXPECT_ERROR(kvSendMeth(&error, stream, "Write", "5", 1), 0, 3437);
     EXPECT_EQ(bytesOf(stream), (Bytes{'1', '2', '3', '4'}));
 }
 
@@ -140,8 +115,7 @@ TEST_F(StreamTest, NoMemoryOrABadModeLeavesTheStreamAsItWas) {
     kvSendMeth(&error, stream, "Write", "abc", 3);
     const kvResult block = kvSendMeth(&error, stream, "getDataPtr");
     kvDebugFailAllocOnce(0);
-    EXPECT_EQ(kvSendMeth(&error, stream, "Write", "defg", 4), 0);
-    EXPECT_EQ(takeError(), 3437);
+    EXPECT_ERROR(kvSendMeth(&error, stream, "Write", "defg", 4), 0, 3437);
     EXPECT_EQ(kvSendMeth(&error, stream, "getDataPtr"), block);
     EXPECT_EQ(position(stream), 3);
     EXPECT_EQ(bytesOf(stream), (Bytes{'a', 'b', 'c'}));
@@ -156,9 +130,9 @@ TEST_F(StreamTest, NoMemoryOrABadModeLeavesTheStreamAsItWas) {
     bool sawBlockFailure = false;
     for (long n = 0; n < 20; ++n) {
         kvDebugFailAllocOnce(n);
-        kvObject made = make("MemStream", 1, 16);
+        kvObject fresh = make("MemStream", 1, 16);
         kvDebugFailAllocAfter(-1);
-        const bool blockless = made && !kvSendMeth(&error, made, "getDataPtr");
+        const bool blockless = fresh && !kvSendMeth(&error, fresh, "getDataPtr");
         if (blockless) {
             EXPECT_EQ(errorCode(error), 3429);
         }
@@ -177,8 +151,7 @@ TEST_F(StreamTest, BaseStreamIsPure) {
 
 TEST_F(StreamTest, FileStreamRoundTrip) {
     const std::string path = ::testing::TempDir() + "kova_stream_round_trip.bin";
-    kvObject stream =
-        make("FileStream", reinterpret_cast<kvArg>(path.c_str()), reinterpret_cast<kvArg>("w+b"));
+    kvObject stream = make("FileStream", path.c_str(), "w+b");
     ASSERT_NE(kvSendMeth(&error, stream, "getFilePtr"), 0);
     kvSendMeth(&error, stream, "WriteInt32", 0x01020304);
     EXPECT_EQ(kvSendMeth(&error, stream, "Write", "tail56", 6), 6);
@@ -202,12 +175,7 @@ TEST_F(StreamTest, FileStreamRoundTrip) {
 
 TEST_F(StreamTest, FileStreamReportsFailingFileCallsAndLivesOnWithoutAFile) {
     const std::string path = ::testing::TempDir() + "kova_stream_failures.bin";
-    const auto expectSystemError = [&](int code) {
-        EXPECT_EQ(errorMessage(error), systemError(code));
-        clearErrors(error);
-    };
-    kvObject missing = make("FileStream", reinterpret_cast<kvArg>("/no/such/dir/file"),
-                            reinterpret_cast<kvArg>("rb"));
+    kvObject missing = make("FileStream", "/no/such/dir/file", "rb");
     ASSERT_NE(missing, nullptr);
     expectSystemError(ENOENT);
     char buffer[4];
@@ -218,8 +186,7 @@ TEST_F(StreamTest, FileStreamReportsFailingFileCallsAndLivesOnWithoutAFile) {
     EXPECT_EQ(kvSendMeth(&error, missing, "Seek", 0, 0), 0);
     EXPECT_EQ(error, nullptr);
 
-    kvObject writer =
-        make("FileStream", reinterpret_cast<kvArg>(path.c_str()), reinterpret_cast<kvArg>("wb"));
+    kvObject writer = make("FileStream", path.c_str(), "wb");
     EXPECT_EQ(kvSendMeth(&error, writer, "Read", buffer, 4), 0); // not open for reading
     expectSystemError(EBADF);
     EXPECT_EQ(kvSendMeth(&error, writer, "Write", buffer, -1), 0);
@@ -228,8 +195,7 @@ TEST_F(StreamTest, FileStreamReportsFailingFileCallsAndLivesOnWithoutAFile) {
     expectSystemError(EINVAL);
     kvSendMeth(&error, writer, "Seek", 0, -10);
     expectSystemError(EINVAL);
-    kvObject reader =
-        make("FileStream", reinterpret_cast<kvArg>(path.c_str()), reinterpret_cast<kvArg>("rb"));
+    kvObject reader = make("FileStream", path.c_str(), "rb");
     EXPECT_EQ(kvSendMeth(&error, reader, "Write", "abcd", 4), 0); // not open for writing
     expectSystemError(EBADF);
     std::remove(path.c_str());

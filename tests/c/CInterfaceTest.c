@@ -49,12 +49,10 @@ int main(void) {
     CHECK(kvSendMeth(&error, square, "spin", 1, 2, 3) == 0);
     CHECK(error != 0);
     CHECK(kvSendMeth(0, error, "getCode") == 3427);
-    CHECK(strcmp((const char*)kvSendMeth(0, error, "getMessage"),
-                 "An unimplemented method spin was sent to class Square") == 0);
     kvSendMeth(&error, error, "deleteTopError");
     CHECK(error == 0);
-
     {
+        /* Message arguments travel as slots too. */
         kvObject made = kvMakeError(3478, "Name", "bad");
         CHECK(strcmp((const char*)kvSendMeth(0, made, "getMessage"),
                      "Invalid string input; Parameter Name = bad") == 0);

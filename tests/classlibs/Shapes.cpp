@@ -3,7 +3,6 @@
 //   Polygon (Shape)   adds nothing
 //   Square (Polygon)  side; overrides "area" and "getSides" (which asks its parent)
 //   Listener (Object) a subscriber that records what it is sent
-//   Relay (Object)    a forwarder: notification operations reach its target
 //   Broken (Object)   lists a method whose procedure the library lacks
 #include "kova/kernel.h"
 
@@ -11,7 +10,7 @@
 
 namespace {
 
-kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, RelayClass;
+kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass;
 
 // A class's slice starts wherever its ancestors' data ends (Object owns the
 // first 2 bytes), so instance data is declared packed.
@@ -29,9 +28,6 @@ struct ListenerData {
     int32_t answer;        // what "onEvent" answers
     int32_t mode;          // what "onEvent" does besides counting
     kvObject deleteTarget; // object deleted in mode "deleteObject"
-};
-struct RelayData {
-    kvObject target;
 };
 #pragma pack(pop)
 
@@ -62,9 +58,6 @@ KV_METHOD_TABLE(listenerMethods,              //
                 kova::method("getCalls", 0),  //
                 kova::method("onEvent", 0),   //
                 kova::method("onOther", 0));
-KV_METHOD_TABLE(relayMethods,                  //
-                kova::method("getForward", 0), //
-                kova::method("setForward", 1));
 KV_METHOD_TABLE(brokenMethods, //
                 kova::method("missingProcedure", 0));
 
@@ -181,18 +174,6 @@ KV_METHOD(Listener, onOther) {
     return 0;
 }
 
-KV_METHOD(Relay, getForward) {
-    (void)errSlot, (void)self, (void)args;
-    return reinterpret_cast<kvResult>(static_cast<RelayData*>(instData)->target);
-}
-
-KV_METHOD(Relay, setForward) {
-    (void)errSlot;
-    self->flags |= KV_OBJ_FORWARDER;
-    static_cast<RelayData*>(instData)->target = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    return 0;
-}
-
 KV_REGISTER(Shape) {
     if (!kvRegisterClass("Object")) return nullptr;
     ShapeClass = kvAddClass("Shape", "Object", sizeof(ShapeData), 0, shapeMethods.get(),
@@ -218,13 +199,6 @@ KV_REGISTER(Listener) {
     ListenerClass = kvAddClass("Listener", "Object", sizeof(ListenerData), 0, listenerMethods.get(),
                                noMethods.get());
     return ListenerClass;
-}
-
-KV_REGISTER(Relay) {
-    if (!kvRegisterClass("Object")) return nullptr;
-    RelayClass =
-        kvAddClass("Relay", "Object", sizeof(RelayData), 0, relayMethods.get(), noMethods.get());
-    return RelayClass;
 }
 
 KV_REGISTER(Broken) {

@@ -10,33 +10,15 @@
 #define WIDE_ENTRY(n) kova::method("m" #n, 0),
 #define WIDE_TEN(X, t)                                                                             \
     X(t##0) X(t##1) X(t##2) X(t##3) X(t##4) X(t##5) X(t##6) X(t##7) X(t##8) X(t##9)
+#define WIDE_HUNDRED(X, h)                                                                         \
+    WIDE_TEN(X, h##0)                                                                              \
+    WIDE_TEN(X, h##1)                                                                              \
+    WIDE_TEN(X, h##2) WIDE_TEN(X, h##3) WIDE_TEN(X, h##4) WIDE_TEN(X, h##5) WIDE_TEN(X, h##6)      \
+        WIDE_TEN(X, h##7) WIDE_TEN(X, h##8) WIDE_TEN(X, h##9)
 #define WIDE_ALL(X)                                                                                \
-    WIDE_TEN(X, 00)                                                                                \
-    WIDE_TEN(X, 01)                                                                                \
-    WIDE_TEN(X, 02)                                                                                \
-    WIDE_TEN(X, 03)                                                                                \
-    WIDE_TEN(X, 04)                                                                                \
-    WIDE_TEN(X, 05)                                                                                \
-    WIDE_TEN(X, 06)                                                                                \
-    WIDE_TEN(X, 07)                                                                                \
-    WIDE_TEN(X, 08)                                                                                \
-    WIDE_TEN(X, 09)                                                                                \
-    WIDE_TEN(X, 10)                                                                                \
-    WIDE_TEN(X, 11)                                                                                \
-    WIDE_TEN(X, 12)                                                                                \
-    WIDE_TEN(X, 13)                                                                                \
-    WIDE_TEN(X, 14)                                                                                \
-    WIDE_TEN(X, 15)                                                                                \
-    WIDE_TEN(X, 16)                                                                                \
-    WIDE_TEN(X, 17)                                                                                \
-    WIDE_TEN(X, 18)                                                                                \
-    WIDE_TEN(X, 19)                                                                                \
-    WIDE_TEN(X, 20)                                                                                \
-    WIDE_TEN(X, 21)                                                                                \
-    WIDE_TEN(X, 22)                                                                                \
-    WIDE_TEN(X, 23)                                                                                \
-    WIDE_TEN(X, 24)                                                                                \
-    WIDE_TEN(X, 25)
+    WIDE_HUNDRED(X, 0)                                                                             \
+    WIDE_HUNDRED(X, 1)                                                                             \
+    WIDE_TEN(X, 20) WIDE_TEN(X, 21) WIDE_TEN(X, 22) WIDE_TEN(X, 23) WIDE_TEN(X, 24) WIDE_TEN(X, 25)
 
 namespace {
 kvClass WideClass;
