@@ -172,6 +172,7 @@ TEST_F(CollectPropTest, AMemberRenamedDuringAWalkIsVisitedOnce) {
     EXPECT_EQ(nameOf(b), "b");
     EXPECT_EQ(nameOf(c), "c");
     EXPECT_EQ(errorCodes(), (std::vector<int32_t>{3465, 3465}));
+    clearErrors(error);
 }
 
 TEST_F(CollectPropTest, MembersOutliveACollectionThatDoesNotOwnThem) {
@@ -190,7 +191,6 @@ TEST_F(CollectPropTest, MembersOutliveACollectionThatDoesNotOwnThem) {
     add(owner, kvNewObject(&error, "IntProp", 1, nullptr, "x", 1, 0));
     add(owner, kvNewObject(&error, "StrProp", "text", nullptr, "y", 2, 0));
     kvDelObject(&error, owner);
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectPropTest, AForwardingMemberIsListenedToItself) {
@@ -254,7 +254,6 @@ TEST_F(CollectPropTest, AnEmptyPersistentCollectionIsSavedAs16Bytes) {
     kvObject transient = collection();
     add(transient, intProp("kept", 1, KV_OBJ_PERSISTENT));
     EXPECT_EQ(recordOf(transient), Bytes{});
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectPropTest, PersistentMembersAreSavedByteForByteWithAZeroIdField) {
@@ -275,6 +274,7 @@ TEST_F(CollectPropTest, PersistentMembersAreSavedByteForByteWithAZeroIdField) {
     // The id field comes from "getID", which no property answers.
     EXPECT_EQ(errorCodes(), (std::vector<int32_t>{3427, 3427, 3427}));
     EXPECT_EQ(errorMessage(error), "An unimplemented method getID was sent to class BoolProp");
+    clearErrors(error);
 }
 
 TEST_F(CollectPropTest, ANameLongerThanItsLengthByteIsSavedCut) {
@@ -286,6 +286,7 @@ TEST_F(CollectPropTest, ANameLongerThanItsLengthByteIsSavedCut) {
     ASSERT_GT(frame.size(), expectedStart.size());
     EXPECT_EQ(Bytes(frame.begin(), frame.begin() + static_cast<long>(expectedStart.size())),
               expectedStart);
+    clearErrors(error); // the id field's 3427
 }
 
 TEST_F(CollectPropTest, ReadingASavedCollectionRestoresNoMembers) {
@@ -311,7 +312,6 @@ TEST_F(CollectPropTest, ReadingASavedCollectionRestoresNoMembers) {
     EXPECT_EQ(kvSendMeth(nullptr, other, "getPos"), 4);
     kvSendMeth(&error, target, "readFromStream", streamWith(bytes("KV")));
     kvSendMeth(&error, target, "readFromStream", streamWith());
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectPropTest, AnEntryLabelledWithTheMarkerIsReadByTheMemberOfItsName) {

@@ -71,7 +71,6 @@ TEST_F(CollectionTest, IndexesOutsideTheCollectionAreRefusedAndTheCursorStays) {
     EXPECT_EQ(kvSendMeth(&error, c, "insertObject", e, 0), 1);
     EXPECT_EQ(contents(c), (std::vector<kvObject>{e, a, b, d, e}));
     EXPECT_EQ(send(c, "getIndex"), 1);
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectionTest, DeletingObjectsKeepsTheCursorInsideTheCollection) {
@@ -99,7 +98,6 @@ TEST_F(CollectionTest, DeletingObjectsKeepsTheCursorInsideTheCollection) {
 
     // The removed objects live on.
     EXPECT_EQ(send(b, "getSides"), 2);
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectionTest, GetNextEndsATraversalThroughTheErrorSlot) {
@@ -135,7 +133,6 @@ TEST_F(CollectionTest, NullMembersAreHeldAndPassedOverByWalks) {
     EXPECT_EQ(calls(last), 1);
     EXPECT_EQ(kvSendMeth(&error, c, "deleteObject", nullptr), 1);
     EXPECT_EQ(contents(c), (std::vector<kvObject>{first, last}));
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectionTest, WalksSendToEveryObjectAndQueriesStopAtTheFirstAnswer) {
@@ -169,7 +166,6 @@ TEST_F(CollectionTest, WalksSendToEveryObjectAndQueriesStopAtTheFirstAnswer) {
                          11, 12, 13, 14, 15, 16, 17, 18),
               1);
     EXPECT_EQ(argOf(receiver, 2), 2);
-    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectionTest, AWalkVisitsEveryObjectOnceWhileVisitsRemoveOrDeleteTheirReceivers) {

@@ -11,6 +11,11 @@ namespace {
 
 class ErrorObjectTest : public ShapeTest {
   protected:
+    // The error a test examines may stay in the slot.
+    void TearDown() override {
+        clearErrors(error);
+        ShapeTest::TearDown();
+    }
     static kvObject next(kvObject e) {
         return reinterpret_cast<kvObject>(kvSendMeth(nullptr, e, "getNextESObj"));
     }

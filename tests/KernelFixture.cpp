@@ -50,6 +50,7 @@ void KernelTest::SetUp() {
 
 void KernelTest::TearDown() {
     kvDebugFailAllocAfter(-1);
+    EXPECT_EQ(errorCode(error), 0) << "an error was left in the slot: " << errorMessage(error);
     clearErrors(error);
     for (kvObject obj : made)
         kvDelObject(nullptr, obj);

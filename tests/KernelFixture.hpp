@@ -43,7 +43,8 @@ int recordHelpRequest(const char* file, unsigned command, uintptr_t data);
 class KernelTest : public ::testing::Test {
   protected:
     void SetUp() override;
-    // Clears `error`, then deletes what `make` made in the order it was made:
+    // Expects `error` to be empty: a test takes every error it causes. Then
+    // deletes what `make` made in the order it was made:
     // a notifier goes before the subscribers made after it, so its "OnTerm"
     // still reaches them.
     void TearDown() override;

