@@ -73,15 +73,10 @@ TEST_F(OneInstanceTest, FailedCreationLeavesNoHalfMadeObject) {
     kvDelObject(&error, kvNewObject(&error, "Solo", 1));
     ASSERT_EQ(error, nullptr);
     const kvResult termsBefore = soloTermCalls();
-    int failures = 0;
     kvObject solo = nullptr;
-    for (long n = 0; !solo; ++n) {
-        kvDebugFailAllocOnce(n);
-        solo = kvNewObject(&error, "Solo", 5);
-        kvDebugFailAllocOnce(-1);
-        clearErrors(error);
-        if (!solo) ++failures;
-    }
+    const int failures =
+        failEachAllocation([&] { return (solo = kvNewObject(&error, "Solo", 5)) != nullptr; },
+                           [&] { clearErrors(error); });
     EXPECT_GE(failures, 6) << "table, its data, object, its data, row copy, row array";
     EXPECT_EQ(soloTermCalls(), termsBefore + 2) << "an object that could not be entered is "
                                                    "deleted again";
