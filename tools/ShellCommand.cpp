@@ -29,7 +29,7 @@ constexpr const char* usageText =
     "  p storeData 7\n"
     "  p fetchData\n"
     "\n"
-    "--classloc FILE  load this class location file after the built-in table\n"
+    "--classloc FILE  use this class location file instead of the built-in table\n"
     "--keep-going     in a script, go on after a statement that failed\n"
     "--echo           print each statement read from a script before its result\n"
     "\n"
