@@ -518,14 +518,13 @@ KV_METHOD(CollectProp, getPropCollect) {
 }
 
 // A member is about to be renamed (notifier, event, current name, new name):
-// answers 200, which vetoes the rename, with 3465 when another member holds
-// the new name in any case. A member may change the case of its own name.
+// answers 200, which vetoes the rename, with 3465 when a member holds the new
+// name in any case. The renamed member counts too: changing only the case of
+// a name (Width to WIDTH) is vetoed, as a member of that name exists.
 KV_METHOD(CollectProp, OnWillChangeName) {
-    const kvObject renamed = objectArg(args, 0);
     const char* newName = stringArg(args, 3);
     if (isBlank(newName) || !dataOf(instData)->collection) return 0;
-    const kvObject holder = lookUp(self, newName);
-    if (!holder || holder == renamed) return 0;
+    if (!lookUp(self, newName)) return 0;
     kova::raiseError(errSlot, self, CollectPropClass, 3465, newName);
     return renameVeto;
 }

@@ -72,10 +72,14 @@ TEST_F(CollectPropTest, ARenameToANameAnotherMemberHoldsIsVetoed) {
     EXPECT_EQ(nameOf(beta), "Beta");
     EXPECT_EQ(takeError(), 3465);
 
-    // A member may change the case of its own name, or take a free one.
+    // The renamed member holds the name itself: a change of case alone is
+    // vetoed too. A free name is taken.
     kvSendMeth(&error, alpha, "setName", "alpha");
+    EXPECT_EQ(nameOf(alpha), "Alpha");
+    EXPECT_EQ(errorMessage(error),
+              "Property with name 'alpha' already exists under this property collection");
+    EXPECT_EQ(takeError(), 3465);
     kvSendMeth(&error, beta, "setName", "Gamma");
-    EXPECT_EQ(nameOf(alpha), "alpha");
     EXPECT_EQ(nameOf(beta), "Gamma");
     EXPECT_EQ(takeError(), 0);
 

@@ -35,7 +35,8 @@ enum ListenerMode : int32_t {
     justCount = 0,
     unsubscribeSelf = 1, // deletes its own subscription to the event it receives
     deleteNotifier = 2,  // tries to delete the notifier
-    fireAgain = 3        // fires the same event on the same notifier again
+    fireAgain = 3,       // fires the same event on the same notifier again
+    clearNotifier = 4    // clears every list of the notifier (kvClearNotifications)
 };
 
 KV_METHOD_TABLE(shapeMethods,                    //
@@ -161,6 +162,9 @@ KV_METHOD(Listener, onEvent) {
         break;
     case fireAgain:
         kvFireNotification(errSlot, notifier, event);
+        break;
+    case clearNotifier:
+        kvClearNotifications(notifier);
         break;
     default:
         break;
