@@ -20,7 +20,11 @@
 #define KV_EXPORT __declspec(dllexport)
 #else
 #define KV_API __attribute__((visibility("default")))
-#define KV_EXPORT __attribute__((visibility("default")))
+/* Exported, yet the module's own references bind to its own definition: the
+ * kernel looks these names up in each module (method procedures, registration
+ * procedures, the resource table), and another module exporting the same name
+ * must not stand in for them, as a DLL's own references never are. */
+#define KV_EXPORT __attribute__((visibility("protected")))
 #endif
 
 #ifdef __cplusplus

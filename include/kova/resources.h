@@ -23,6 +23,15 @@ typedef struct kvResource {
     size_t size;      /* number of bytes */
 } kvResource;
 
+/** The module's own resource table, for a module that defines one with
+ * KV_MODULE_RESOURCES. A module's references to it reach its own table even
+ * though every module exports one under this name. */
+#ifdef __cplusplus
+extern "C" KV_EXPORT const kvResource kvModuleResources[];
+#else
+extern KV_EXPORT const kvResource kvModuleResources[];
+#endif
+
 /* Defines the module's table:  KV_MODULE_RESOURCES = { {...}, ..., {0, 0, 0, 0} };
  * Every module exports its table under the one name; a table in a section of
  * its own is left out of the address sanitizer's register of globals, which
