@@ -5,6 +5,7 @@
 // and the services collection (ServColl).
 #include "tests/ComponentFixture.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kova::test {
