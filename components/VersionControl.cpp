@@ -59,6 +59,48 @@ void checkEntry(kvVersionCheck& record) {
         record.result = kova::components::compareVersions(record.expected, record.actual);
 }
 
+// Checks the expected-version list of `module` and hands the worst result and
+// the records to `report` before they are freed; answers the worst result.
+template <typename Report> int32_t checkList(kvModule module, Report report) {
+    char countText[8];
+    if (!kova::platform::loadString(module, KV_VERSION_LIST_ID, countText, sizeof countText))
+        return KV_VERSION_NOT_COMPARED;
+    int32_t count = static_cast<int32_t>(std::strtol(countText, nullptr, 10));
+    if (count < 1) return 0;
+    if (count > maxEntries) count = maxEntries;
+
+    auto* records = static_cast<kvVersionCheck*>(
+        kova::platform::allocateZeroed(sizeof(kvVersionCheck) * static_cast<size_t>(count)));
+    if (!records) return KV_VERSION_NOT_COMPARED;
+    for (int32_t i = 0; i < count; ++i) {
+        kvVersionCheck& record = records[i];
+        record.next = i + 1 < count ? &records[i + 1] : nullptr;
+        copyText(record.filePath, sizeof record.filePath, unloadedText);
+        copyText(record.expectedText, sizeof record.expectedText, unparsedText);
+        record.result = KV_VERSION_NOT_COMPARED;
+    }
+
+    int32_t worst = 0;
+    char entry[1024];
+    for (int32_t i = 0; i < count; ++i) {
+        kvVersionCheck& record = records[i];
+        const int length = kova::platform::loadString(
+            module, static_cast<unsigned>(KV_VERSION_LIST_ID + 1 + i), entry, sizeof entry);
+        if (length > 0 && kova::components::parseVersionEntry(
+                              std::string_view(entry, static_cast<size_t>(length)), record))
+            checkEntry(record);
+        // Newer files (negative results) and entries not compared never count.
+        if (record.result != KV_VERSION_NOT_COMPARED && record.result > worst)
+            worst = record.result;
+    }
+    report(worst, records);
+
+    for (int32_t i = 0; i < count; ++i)
+        if (records[i].module) kova::platform::freeLibrary(records[i].module);
+    kova::platform::release(records);
+    return worst;
+}
+
 } // namespace
 
 extern "C" {
@@ -121,43 +163,25 @@ KV_API int32_t kvIsVersionBad(int32_t level, int32_t result) {
 
 KV_API int32_t kvCheckVersionAPI(kvModule module, const char* location, int16_t mode,
                                  int32_t level) {
-    char countText[8];
-    if (!kova::platform::loadString(module, KV_VERSION_LIST_ID, countText, sizeof countText))
-        return KV_VERSION_NOT_COMPARED;
-    int32_t count = static_cast<int32_t>(std::strtol(countText, nullptr, 10));
-    if (count < 1) return 0;
-    if (count > maxEntries) count = maxEntries;
+    return checkList(module, [&](int32_t worst, kvVersionCheck* first) {
+        if (kvIsVersionBad(level, worst))
+            kova::components::reportVersionCheck(location, mode, level, first);
+    });
+}
 
-    auto* records = static_cast<kvVersionCheck*>(
-        kova::platform::allocateZeroed(sizeof(kvVersionCheck) * static_cast<size_t>(count)));
-    if (!records) return KV_VERSION_NOT_COMPARED;
-    for (int32_t i = 0; i < count; ++i) {
-        kvVersionCheck& record = records[i];
-        record.next = i + 1 < count ? &records[i + 1] : nullptr;
-        copyText(record.filePath, sizeof record.filePath, unloadedText);
-        copyText(record.expectedText, sizeof record.expectedText, unparsedText);
-        record.result = KV_VERSION_NOT_COMPARED;
-    }
-
-    int32_t worst = 0;
-    char entry[1024];
-    for (int32_t i = 0; i < count; ++i) {
-        kvVersionCheck& record = records[i];
-        const int length = kova::platform::loadString(
-            module, static_cast<unsigned>(KV_VERSION_LIST_ID + 1 + i), entry, sizeof entry);
-        if (length > 0 && kova::components::parseVersionEntry(
-                              std::string_view(entry, static_cast<size_t>(length)), record))
-            checkEntry(record);
-        if (record.result != KV_VERSION_NOT_COMPARED && record.result > worst)
-            worst = record.result;
-    }
-
-    if (kvIsVersionBad(level, worst))
-        kova::components::reportVersionCheck(location, mode, level, records);
-
-    for (int32_t i = 0; i < count; ++i)
-        if (records[i].module) kova::platform::freeLibrary(records[i].module);
-    kova::platform::release(records);
+KV_API int32_t kvReportVersionCheck(const char* library, const char* location, int32_t level,
+                                    const char* reportPath) {
+    if (!library || !reportPath) return KV_VERSION_NOT_COMPARED;
+    long systemError = 0;
+    kvModule module = kova::platform::loadLibrary(library, &systemError);
+    if (!module) return KV_VERSION_NOT_COMPARED;
+    const int32_t worst = checkList(module, [&](int32_t, kvVersionCheck* first) {
+        if (std::FILE* report = std::fopen(reportPath, "w")) {
+            kova::components::writeVersionLog(report, location, -1, level, first);
+            std::fclose(report);
+        }
+    });
+    kova::platform::freeLibrary(module);
     return worst;
 }
 

@@ -35,6 +35,10 @@ KV_API int kvRegistryEnumKey(const char* path, unsigned index, char* buffer, siz
     return kova::platform::registryEnumKey(path, index, buffer, size);
 }
 
+KV_API int kvRegistryKeyExists(const char* path) {
+    return kova::platform::registryKeyExists(path);
+}
+
 KV_API int kvRegistryDeleteKey(const char* path) {
     return kova::platform::registryDeleteKey(path);
 }

@@ -37,6 +37,10 @@ KV_API int kvRegistryGetValue(const char* path, char* buffer, size_t size);
  * @return 1 when there is such a subkey, else 0. */
 KV_API int kvRegistryEnumKey(const char* path, unsigned index, char* buffer, size_t size);
 
+/** Whether the key `path` exists.
+ * @return 1 if it does, else 0. */
+KV_API int kvRegistryKeyExists(const char* path);
+
 /** Deletes the key `path` with every key below it.
  * @return 1 when it was deleted, else 0. */
 KV_API int kvRegistryDeleteKey(const char* path);

@@ -104,6 +104,15 @@ KV_API int32_t kvCheckVersionKOVA(const uint16_t expected[4], uint16_t actual[4]
 KV_API int32_t kvCheckVersionAPI(kvModule module, const char* location, int16_t mode,
                                  int32_t level);
 
+/** Checks the expected-version list of the library `library` (a file name as
+ * a class location table holds it, loaded for the check) and writes the
+ * report, as the log file holds it but without a mode, to the file
+ * `reportPath`, whatever the settings say.
+ * @return the worst result as kvCheckVersionAPI answers it;
+ *         KV_VERSION_NOT_COMPARED when the library or its list cannot be read. */
+KV_API int32_t kvReportVersionCheck(const char* library, const char* location, int32_t level,
+                                    const char* reportPath);
+
 /** Whether a check's result must be reported at verbosity `level`.
  * @return 1 if so, else 0. */
 KV_API int32_t kvIsVersionBad(int32_t level, int32_t result);
