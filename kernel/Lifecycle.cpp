@@ -3,6 +3,7 @@
 #include "kernel/Kernel.hpp"
 #include "kova/classloc.h"
 #include "kova/match.h"
+#include "kova/plr.h"
 #include "kova/version.h"
 #include "platform/Platform.hpp"
 
@@ -59,22 +60,26 @@ void showKernelMessage(const char* caption, const char* format, ...) {
 extern "C" {
 
 // Brings the core up: the class location table, the protocol table from
-// "KOVA.INI", the version-control settings, then the error classes (which
-// register Object first). Answers the BaseError class.
+// "KOVA.INI", the version-control settings, the property link registry, then
+// the error classes (which register Object first). Answers the BaseError
+// class.
 KV_API kvClass kvCoreInitialize(void) {
     KovaClassLocationInit4();
     MatchInit("KOVA.INI");
     kvVersionControlInit();
+    PLRInit();
     return registerBaseError();
 }
 
-// Takes the core down: every live error, every class (newest first,
-// releasing their libraries), version control, the class location table.
+// Takes the core down: every live error, the property link registry, every
+// class (newest first, releasing their libraries), version control, the class
+// location table.
 KV_API void kvCoreTerminate(void) {
     if (kvClass errors = kvFindClass("BaseError")) {
         kvObject error = nullptr;
         kvSendClMeth(&error, errors, "GarbageCollect", 1);
     }
+    PLRTerm();
     kvCloseClasses();
     kvVersionControlTerm();
     KovaClassLocationTerm4();
