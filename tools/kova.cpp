@@ -17,6 +17,7 @@ constexpr Subcommand subcommands[] = {
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
+    {"tiff", "show a TIFF file's directories and tags, edit them in place", kova::tools::runTiff},
 };
 
 void printUsage(FILE* out) {
