@@ -265,31 +265,38 @@ kvResult promoteFromOneBit(kvObject* errSlot, kvObject self, RawImageData* d, in
         platform::release(palette);
         return 0;
     }
-    const int width = d->imageWidth;
-    // What each bit value becomes in one 24-bit pixel.
-    const uint8_t white = 255;
-    const uint8_t ofBit[2] = {uint8_t(blackIsZero ? 0 : white), uint8_t(blackIsZero ? white : 0)};
-    for (int y = 0; y < d->imageHeight; ++y) {
-        const uint8_t* from = d->imageData + size_t(y) * d->bytesPerLine;
-        uint8_t* to = pixels.bytes + size_t(y) * pixels.bytesPerLine;
-        for (int x = 0; x < width; ++x) {
-            const unsigned bit = (from[x >> 3] >> (7 - (x & 7))) & 1u;
-            switch (target) {
-            case 4:
-                to[x >> 1] |= static_cast<uint8_t>(x & 1 ? bit : bit << 4);
-                break;
-            case 8:
-                to[x] = static_cast<uint8_t>(bit);
-                break;
-            case 24:
-                std::memset(to + 3 * x, ofBit[bit], 3);
-                break;
-            default:
-                // A 16-bit pattern would follow the image's bits per sample
-                // (4 or 5), which a one-bit image never has: its pixels stay
-                // as allocated.
-                break;
+    // A 16-bit pattern would follow the image's bits per sample (4 or 5),
+    // which a one-bit image never has: 16-bit pixels stay as allocated.
+    if (target != 16) {
+        // What each source byte (eight pixels) becomes: `target` bytes.
+        const uint8_t ofBit[2] = {uint8_t(blackIsZero ? 0 : 255), uint8_t(blackIsZero ? 255 : 0)};
+        uint8_t expansion[256][24];
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            std::memset(expansion[byte], 0, sizeof expansion[byte]);
+            for (unsigned i = 0; i < 8; ++i) {
+                const unsigned bit = (byte >> (7 - i)) & 1u;
+                if (target == 4)
+                    expansion[byte][i / 2] |= uint8_t(i % 2 ? bit : bit << 4);
+                else if (target == 8)
+                    expansion[byte][i] = uint8_t(bit);
+                else
+                    std::memset(expansion[byte] + 3 * i, ofBit[bit], 3);
             }
+        }
+        const size_t width = size_t(d->imageWidth), whole = width / 8, rest = width % 8;
+        const size_t step = size_t(target), fromPitch = size_t(d->bytesPerLine);
+        const size_t toPitch = size_t(pixels.bytesPerLine), rows = size_t(d->imageHeight);
+        const uint8_t* fromRows = d->imageData;
+        for (size_t y = 0; y < rows; ++y) {
+            const uint8_t* from = fromRows + y * fromPitch;
+            uint8_t* to = pixels.bytes + y * toPitch;
+            for (size_t i = 0; i < whole; ++i)
+                std::memcpy(to + i * step, expansion[from[i]], step);
+            // The last byte's pixels past the width are taken as 0 bits and
+            // not written.
+            if (rest)
+                std::memcpy(to + whole * step, expansion[from[whole] & (0xFF00u >> rest) & 0xFF],
+                            packedRowBytes(rest, unsigned(target)));
         }
     }
     installBlocks(d, pixels.bytes, pixels.size, pixels.bytesPerLine, palette, paletteSize);
@@ -656,14 +663,15 @@ KV_METHOD(RawImage, _mapImageToPalette) {
     const size_t rows = d->bytesPerLine > 0 ? std::min<size_t>(std::max<int16_t>(d->imageHeight, 0),
                                                                d->bufferSize / d->bytesPerLine)
                                             : 0;
-    if (d->imageData && bits == 8) {
+    uint8_t* pixels = d->imageData;
+    if (pixels && bits == 8) {
         for (size_t i = 0, n = rows * size_t(d->bytesPerLine); i < n; ++i)
-            d->imageData[i] = map[d->imageData[i]];
-    } else if (d->imageData) {
+            pixels[i] = map[pixels[i]];
+    } else if (pixels) {
         const size_t width =
             std::min<size_t>(std::max<int16_t>(d->imageWidth, 0), size_t(d->bytesPerLine) * 2);
         for (size_t y = 0; y < rows; ++y) {
-            uint8_t* row = d->imageData + y * size_t(d->bytesPerLine);
+            uint8_t* row = pixels + y * size_t(d->bytesPerLine);
             for (size_t x = 0; x < width; ++x) {
                 uint8_t& byte = row[x / 2];
                 if (x % 2 == 0)
