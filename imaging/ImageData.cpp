@@ -136,8 +136,8 @@ void copyRegion(kvObject* errSlot, kvObject from, kvObject to, const Region& r, 
     const auto toPitch = size_t(ask(errSlot, to, "getBytesPerLine"));
     const uint8_t* source = pixelsOf(errSlot, from);
     uint8_t* target = pixelsOf(errSlot, to);
+    if (!source || !target || fromPitch == 0 || toPitch == 0 || firstByte >= fromPitch) return;
     const size_t fromRows = kova::imaging::rawImageBufferSize(from) / fromPitch;
-    if (!source || !target || firstByte >= fromPitch) return;
     const size_t bytes = std::min(toPitch, fromPitch - firstByte);
     const bool bilevel = bitsPerPixel == 1;
     const unsigned firstShift =
