@@ -14,6 +14,7 @@ int runClasses(int argc, char** argv);
 int runClassLoc(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
+int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".

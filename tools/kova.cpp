@@ -17,6 +17,7 @@ constexpr Subcommand subcommands[] = {
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
     {"image", "show a BMP file as an image; promote, demote, crop, merge", kova::tools::runImage},
+    {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
 };
 
