@@ -18,6 +18,7 @@ int runMatch(int argc, char** argv);
 int runRegistry(int argc, char** argv);
 int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
+int runTiff(int argc, char** argv);
 int runVersion(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".

@@ -21,6 +21,7 @@ constexpr Subcommand subcommands[] = {
     {"registry", "list, get, set and delete registry keys", kova::tools::runRegistry},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
+    {"tiff", "show a TIFF file's directories and tags, edit them in place", kova::tools::runTiff},
     {"version", "version-control settings; check a library's versions", kova::tools::runVersion},
 };
 
