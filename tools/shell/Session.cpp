@@ -432,6 +432,10 @@ std::vector<std::string> Session::classNames() const {
     std::vector<std::string> names;
     for (size_t i = 0; i < kvGetClassCount(); ++i)
         names.emplace_back(kvGetClassAt(i)->name);
+    // Classes not loaded yet are known only where the class location table
+    // names them (the kernel's own are found without an entry).
+    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i)
+        if (const char* name = kvTableGetKey_CLASSLOCATION(i)) names.emplace_back(name);
     return names;
 }
 

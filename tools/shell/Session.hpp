@@ -41,7 +41,7 @@ class Session {
     bool quitRequested() const { return quit_; }
 
     // For completion: the names of the session's variables, of the classes in
-    // the class table, and of the methods a variable's object (or, for
+    // the class table or the class location table, and of the methods a variable's object (or, for
     // `classMethods`, a class) answers, its ancestors' included.
     std::vector<std::string> variableNames() const;
     std::vector<std::string> classNames() const;
