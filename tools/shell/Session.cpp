@@ -310,8 +310,7 @@ bool Session::runLoad(const Statement& statement) {
     const unsigned long messagesBefore = messagesShown;
     const kvClass cls = kvRegisterClass(statement.target.c_str());
     if (!cls) return false;
-    std::fprintf(out_, "%s (parent %s, instance size %u)\n", cls->name,
-                 cls->parent ? cls->parent->name : "none", cls->instanceSize);
+    std::fprintf(out_, "%s (parent %s)\n", cls->name, cls->parent ? cls->parent->name : "none");
     return messagesShown == messagesBefore;
 }
 
