@@ -37,7 +37,7 @@ constexpr LibraryRow testLibraryRows[] = {
     {"Shape", "TESTSHP.DLL"},    {"Polygon", "TESTSHP.DLL"}, {"Square", "TESTSHP.DLL"},
     {"Listener", "TESTSHP.DLL"}, {"Broken", "TESTSHP.DLL"},  {"CountedName", "TESTSHP.DLL"},
     {"Endless", "TESTSHP.DLL"},  {"Wide", "TESTWIDE.DLL"},   {"Solo", "TESTSGL.DLL"},
-    {"Duet", "TESTSGL.DLL"},     {"Echo", "TESTSGL.DLL"}};
+    {"Duet", "TESTSGL.DLL"},     {"Echo", "TESTSGL.DLL"},    {"Probe", "TESTLNK.DLL"}};
 } // namespace
 
 void KernelTest::SetUp() {
