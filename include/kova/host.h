@@ -25,10 +25,19 @@ struct kvErrorDialog;
  * are in kova/errdialog.h. */
 typedef void (*kvErrorDialogHook)(struct kvErrorDialog* dialog);
 
+struct kvBitFieldDialog;
+/* Runs a BitField's bit dialog until it is closed (state and commands in
+ * kova/bitdialog.h); answers non-zero when the dialog was shown, 0 when it
+ * could not be. */
+typedef int (*kvBitFieldDialogHook)(struct kvBitFieldDialog* dialog);
+
 /* Each setter returns the hook it replaces; null restores the default. */
 KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook);
 KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook);
 KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
+/* Without a bit dialog hook, Windows shows the kernel's dialog and POSIX
+ * shows none ("createBitFieldWindow" answers 0). */
+KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook);
 
 /* Allocation failure for tests: after `count` more successful allocations of
  * the library every allocation fails, until called with -1. */
