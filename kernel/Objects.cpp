@@ -14,10 +14,13 @@ KV_API kvObject kvAllocObject(void) {
 }
 
 // Frees the header and its notification lists; the data block is the
-// caller's to free ("objectDestroy" frees it first).
+// caller's to free ("objectDestroy" frees it first). The object's own
+// subscriptions to other objects go too: a notifier must never be left
+// holding a freed subscriber.
 KV_API kvResult kvFreeObject(kvObject obj) {
     if (!obj) return 0;
     kvClearNotifications(obj);
+    kova::kernel::dropSubscriptions(obj);
     kova::platform::release(obj);
     return 0;
 }

@@ -68,8 +68,9 @@ kvResult locate(kvObject self, kvObject wanted, kvResult expected) {
 
 // Visits the objects in index order until `visit` answers true, and answers
 // the object at which it stopped, or null. The cursor stands on the next
-// object while a visit runs, as getNext leaves it. Null members are passed
-// over rather than taken for the end. The walk keeps its own position and
+// object while a visit runs, as getNext leaves it. A null member ends the
+// walk, as the end of the collection does: the walk goes on only while the
+// object it stands on is non-null. The walk keeps its own position and
 // finds the next object again after each visit, so a visit may remove its
 // receiver (or add objects) without an object being skipped or seen twice;
 // when a visit removes the next object too, the walk goes on with whatever
@@ -86,7 +87,8 @@ template <typename Visit> kvObject walk(kvObject self, Visit visit) {
         kvSendMeth(quiet.get(), self, "setIndex", nextPosition);
         const bool hasNext = !quiet.holdsError();
         const kvObject next = hasNext ? objectAt(self, nextPosition) : nullptr;
-        if (current && visit(current)) return current;
+        if (!current) return nullptr;
+        if (visit(current)) return current;
         if (!hasNext) return nullptr;
         position = locate(self, next, nextPosition);
         if (position < 0) {

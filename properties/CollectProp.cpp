@@ -7,7 +7,13 @@
 //   member: class-name length (1 byte) and class name, name length (1 byte)
 //   and name, a 16-bit id field, the member's own record; then the end
 //   marker, written like a class name: 11, "KvStreamEnd".
+//
+// Look-ups by name go through a name index (NameIndex.hpp) kept beside the
+// Collection, so that adding a member and finding one by name cost the same
+// whatever the number of members; without memory for the index the members
+// are walked in order, with the same answers.
 #include "errors/Raise.hpp"
+#include "properties/NameIndex.hpp"
 #include "properties/PrivateSlot.hpp"
 
 #include <algorithm>
@@ -73,17 +79,6 @@ bool isBlank(const char* name) {
     return !name || !*name;
 }
 
-char foldCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-// Names are equal without regard to (ASCII) case.
-bool sameName(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (foldCase(*a) != foldCase(*b)) return false;
-    return *a == *b;
-}
-
 const char* nameOf(kvObject* errSlot, kvObject member) {
     return reinterpret_cast<const char*>(kvSendMeth(errSlot, member, "getName"));
 }
@@ -137,18 +132,28 @@ bool ensureCollection(kvObject* errSlot, kvObject self, CollectPropData* data) {
     return false;
 }
 
+// Deletes the Collection, members with it when it owns them, and its index.
+// The index goes last: a member's "OnTerm" subscriber may still look up
+// names while the Collection is being deleted.
+void deleteCollection(kvObject* errSlot, kvObject self, CollectPropData* data) {
+    kvDelObject(errSlot, data->collection);
+    data->collection = nullptr;
+    kova::props::NameIndex::drop(self);
+}
+
 enum class Admission { Placed, BadName, Duplicate, Failed };
 
 // The steps that addProperty and insertProperty share: the member must have
 // a name that no member holds; the collection is made if there is none; this
 // collection subscribes to the member's renames; then `place` puts the member
-// into the collection (answering false on failure). A failure undoes what was
+// into the collection (answering false on failure) at `position` (-1 for the
+// end), and the name index learns of it. A failure undoes what was
 // done, so the collection is left as it was. The subscription is made before
 // the placing because taking it back cannot fail, while taking a placed
 // member out of a collection can.
 template <typename Place>
 Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObject property,
-                Place place) {
+                int32_t position, Place place) {
     if (property == self) {
         kova::raiseError(errSlot, self, CollectPropClass, 3443);
         return Admission::Failed;
@@ -161,9 +166,7 @@ Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObjec
     const bool made = !data->collection;
     if (!ensureCollection(errSlot, self, data)) return Admission::Failed;
     auto undoMaking = [&] {
-        if (!made) return;
-        kvDelObject(nullptr, data->collection);
-        data->collection = nullptr;
+        if (made) deleteCollection(nullptr, self, data);
     };
     if (!made && lookUp(self, name)) {
         kova::raiseError(errSlot, self, CollectPropClass, 3465, name);
@@ -178,6 +181,7 @@ Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObjec
         undoMaking();
         return Admission::Failed;
     }
+    if (auto* index = kova::props::NameIndex::existing(self)) index->placed(property, position);
     return Admission::Placed;
 }
 
@@ -354,8 +358,7 @@ KV_METHOD(CollectProp, objTerm) {
         for (kvResult i = 0; i < count; ++i)
             if (kvObject member = memberAt(quiet.get(), data->collection, i))
                 unsubscribe(self, member);
-        kvDelObject(errSlot, data->collection);
-        data->collection = nullptr;
+        deleteCollection(errSlot, self, data);
     }
     return kvSendParentMethNA(errSlot, CollectPropClass, self, "objTerm", args);
 }
@@ -366,9 +369,9 @@ KV_METHOD(CollectProp, objTerm) {
 KV_METHOD(CollectProp, addProperty) {
     const kvObject property = objectArg(args, 0);
     if (!property) return 0;
-    const Admission admission = admit(errSlot, self, dataOf(instData), property, [&](kvObject c) {
-        return kvSendMeth(errSlot, c, "addObject", property) != 0;
-    });
+    const Admission admission =
+        admit(errSlot, self, dataOf(instData), property, -1,
+              [&](kvObject c) { return kvSendMeth(errSlot, c, "addObject", property) != 0; });
     return admission == Admission::Placed ? 0 : -1;
 }
 
@@ -379,9 +382,9 @@ KV_METHOD(CollectProp, insertProperty) {
     const kvObject property = objectArg(args, 0);
     const kvArg index = kvArgAt(args, 1);
     if (!property) return kova::raiseError(errSlot, self, CollectPropClass, 3443);
-    const Admission admission = admit(errSlot, self, dataOf(instData), property, [&](kvObject c) {
-        return kvSendMeth(errSlot, c, "insertObject", property, index) != 0;
-    });
+    const Admission admission = admit(
+        errSlot, self, dataOf(instData), property, static_cast<int32_t>(index),
+        [&](kvObject c) { return kvSendMeth(errSlot, c, "insertObject", property, index) != 0; });
     if (admission == Admission::Placed) return 1;
     return admission == Admission::BadName ? -1 : 0;
 }
@@ -394,6 +397,7 @@ KV_METHOD(CollectProp, delProperty) {
     if (!property || !data->collection) return 0;
     if (!kvSendMeth(errSlot, data->collection, "deleteObject", property)) return 0;
     unsubscribe(self, property);
+    if (auto* index = kova::props::NameIndex::existing(self)) index->removed(property);
     return 1;
 }
 
@@ -411,13 +415,21 @@ KV_METHOD(CollectProp, setCurrentByName) {
         kova::raiseError(errSlot, self, CollectPropClass, 3442);
         return -1;
     }
-    const kvResult count = kvSendMeth(errSlot, data->collection, "getCount");
-    for (kvResult i = 0; i < count; ++i) {
-        const kvObject member = memberAt(errSlot, data->collection, i);
-        if (!member) continue;
-        const char* memberName = nameOf(errSlot, member);
-        if (memberName && sameName(memberName, name))
-            return kvSendMeth(errSlot, data->collection, "setIndex", i);
+    using kova::props::NameIndex;
+    NameIndex* index = NameIndex::prepared(self, data->collection);
+    const NameIndex::Match match =
+        index ? index->find(name) : NameIndex::Match{NameIndex::Outcome::Unsure, nullptr, -1};
+    if (match.outcome == NameIndex::Outcome::Found)
+        return kvSendMeth(errSlot, data->collection, "setIndex", match.position);
+    if (match.outcome == NameIndex::Outcome::Unsure) {
+        const kvResult count = kvSendMeth(errSlot, data->collection, "getCount");
+        for (kvResult i = 0; i < count; ++i) {
+            const kvObject member = memberAt(errSlot, data->collection, i);
+            if (!member) continue;
+            const char* memberName = nameOf(errSlot, member);
+            if (memberName && kova::props::namesMatch(memberName, name))
+                return kvSendMeth(errSlot, data->collection, "setIndex", i);
+        }
     }
     kova::raiseError(errSlot, self, CollectPropClass, 3454, name, kvClassName(self->cls));
     return -1;
@@ -518,14 +530,17 @@ KV_METHOD(CollectProp, getPropCollect) {
 }
 
 // A member is about to be renamed (notifier, event, current name, new name):
-// answers 200, which vetoes the rename, with 3465 when another member holds
-// the new name in any case. A member may change the case of its own name.
+// answers 200, which vetoes the rename, with 3465 when a member holds the new
+// name in any case. The renamed member counts too: changing only the case of
+// a name (Width to WIDTH) is vetoed, as a member of that name exists.
 KV_METHOD(CollectProp, OnWillChangeName) {
-    const kvObject renamed = objectArg(args, 0);
     const char* newName = stringArg(args, 3);
     if (isBlank(newName) || !dataOf(instData)->collection) return 0;
-    const kvObject holder = lookUp(self, newName);
-    if (!holder || holder == renamed) return 0;
+    if (!lookUp(self, newName)) {
+        if (auto* index = kova::props::NameIndex::existing(self))
+            index->renaming(objectArg(args, 0));
+        return 0;
+    }
     kova::raiseError(errSlot, self, CollectPropClass, 3465, newName);
     return renameVeto;
 }

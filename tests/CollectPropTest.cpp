@@ -72,10 +72,14 @@ TEST_F(CollectPropTest, ARenameToANameAnotherMemberHoldsIsVetoed) {
     EXPECT_EQ(nameOf(beta), "Beta");
     EXPECT_EQ(takeError(), 3465);
 
-    // A member may change the case of its own name, or take a free one.
+    // The renamed member holds the name itself: a change of case alone is
+    // vetoed too. A free name is taken.
     kvSendMeth(&error, alpha, "setName", "alpha");
+    EXPECT_EQ(nameOf(alpha), "Alpha");
+    EXPECT_EQ(errorMessage(error),
+              "Property with name 'alpha' already exists under this property collection");
+    EXPECT_EQ(takeError(), 3465);
     kvSendMeth(&error, beta, "setName", "Gamma");
-    EXPECT_EQ(nameOf(alpha), "alpha");
     EXPECT_EQ(nameOf(beta), "Gamma");
     EXPECT_EQ(takeError(), 0);
 
@@ -108,6 +112,93 @@ TEST_F(CollectPropTest, LookUpsLeaveTheCursorWhereItWas) {
     EXPECT_ERROR(kvSendMeth(&error, props, "setCurrentByName", ""), -1, 3497);
     EXPECT_ERROR(byName(props, nullptr), nullptr, 3497);
     EXPECT_EQ(cursor(props), 1);
+}
+
+TEST_F(CollectPropTest, ALookUpByNameAsksNoMoreMembersForTheirNamesAsTheCollectionGrows) {
+    kvObject props = collection();
+    constexpr int members = 2000;
+    std::vector<kvObject> counted;
+    for (int i = 0; i < members; ++i) {
+        const std::string name = "Member" + std::to_string(i);
+        counted.push_back(make("CountedName", 0, nullptr, name.c_str(), 1, 0));
+        ASSERT_EQ(add(props, counted.back()), 0);
+    }
+    auto nameCalls = [&] {
+        kvResult total = 0;
+        for (kvObject member : counted)
+            total += kvSendMeth(nullptr, member, "getNameCalls");
+        return total;
+    };
+    // Adding asked each member about as often as a constant number of times.
+    EXPECT_LT(nameCalls(), 10 * members);
+
+    const kvResult before = nameCalls();
+    EXPECT_EQ(byName(props, "MEMBER1999"), counted[1999]);
+    EXPECT_EQ(byName(props, "member0"), counted[0]);
+    EXPECT_EQ(byName(props, "Member2000"), nullptr);
+    EXPECT_EQ(takeError(), 3454);
+    EXPECT_LE(nameCalls() - before, 4);
+}
+
+TEST_F(CollectPropTest, LookUpsFollowInsertionsRemovalsAndRenames) {
+    kvObject props = collection();
+    kvObject a = intProp("a"), b = intProp("b"), c = intProp("c"), d = intProp("d");
+    for (kvObject p : {a, b, c})
+        add(props, p);
+    auto indexOf = [&](const char* name) {
+        return kvSendMeth(&error, props, "setCurrentByName", name);
+    };
+    EXPECT_EQ(indexOf("C"), 2);
+
+    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", d, 0), 1);
+    EXPECT_EQ(indexOf("d"), 0);
+    EXPECT_EQ(indexOf("c"), 3);
+    EXPECT_EQ(kvSendMeth(&error, props, "delProperty", b), 1);
+    EXPECT_EQ(indexOf("c"), 2);
+    EXPECT_EQ(indexOf("B"), -1);
+    EXPECT_EQ(takeError(), 3454);
+
+    // A rename is seen under the new name, and the old one is free.
+    kvSendMeth(&error, a, "setName", "Alpha");
+    EXPECT_EQ(indexOf("alpha"), 1);
+    EXPECT_EQ(indexOf("a"), -1);
+    EXPECT_EQ(takeError(), 3454);
+    EXPECT_EQ(add(props, intProp("A")), 0);
+    EXPECT_EQ(indexOf("a"), 3);
+
+    // A rename that a later subscriber vetoes leaves the old name in force.
+    listen(c, "OnWillChangeName", 200);
+    kvSendMeth(&error, c, "setName", "Gamma");
+    EXPECT_EQ(nameOf(c), "c");
+    EXPECT_EQ(indexOf("c"), 2);
+    EXPECT_EQ(indexOf("gamma"), -1);
+    EXPECT_EQ(takeError(), 3454);
+}
+
+TEST_F(CollectPropTest, MembersPlacedBehindTheCollectionsBackAreFoundAndTheFirstMatchWins) {
+    kvObject props = collection();
+    kvObject first = intProp("Width"), second = intProp("Height");
+    add(props, first);
+    add(props, second);
+    EXPECT_EQ(byName(props, "height"), second);
+    const auto members = reinterpret_cast<kvObject>(kvSendMeth(&error, props, "getPropCollect"));
+
+    // Straight into the Collection, a second "Height" before the first.
+    kvObject early = intProp("HEIGHT");
+    EXPECT_EQ(kvSendMeth(&error, members, "insertObject", early, 0), 1);
+    EXPECT_EQ(byName(props, "Height"), early);
+    kvObject late = intProp("Depth");
+    EXPECT_EQ(kvSendMeth(&error, members, "addObject", late), 1);
+    EXPECT_EQ(byName(props, "depth"), late);
+
+    // Once the earlier one is gone, the later one of the name is found.
+    EXPECT_EQ(kvSendMeth(&error, members, "deleteObject", early), 1);
+    EXPECT_EQ(byName(props, "Height"), second);
+    EXPECT_EQ(kvSendMeth(&error, members, "deleteObject", first), 1);
+    EXPECT_EQ(kvSendMeth(&error, members, "insertObject", first, 2), 1);
+    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "width"), 2);
+    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "depth"), 1);
+    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectPropTest, ACollectionWithoutMembersYetAnswersQuietlyOrWith3442) {

@@ -120,17 +120,24 @@ TEST_F(CollectionTest, GetNextEndsATraversalThroughTheErrorSlot) {
     EXPECT_EQ(kvSendMeth(nullptr, c, "getNext"), 0);
 }
 
-TEST_F(CollectionTest, NullMembersAreHeldAndPassedOverByWalks) {
+TEST_F(CollectionTest, NullMembersAreHeldAndEndWalks) {
     kvObject c = collection();
-    kvObject first = listener(), last = listener();
+    kvObject first = listener(), last = listener(7);
     EXPECT_EQ(kvSendMeth(&error, c, "addObject", first), 1);
     EXPECT_EQ(kvSendMeth(&error, c, "addObject", nullptr), 1);
     EXPECT_EQ(kvSendMeth(&error, c, "addObject", last), 1);
     EXPECT_ERROR(kvSendMeth(&error, c, "getObject", 1), 0, 0);
 
+    // A walk goes on while the object it stands on is non-null.
     EXPECT_EQ(kvSendMeth(&error, c, "methToAll", "onEvent", c), 1);
-    EXPECT_EQ(calls(first), 1);
-    EXPECT_EQ(calls(last), 1);
+    EXPECT_EQ(kvSendMeth(&error, c, "methToAllQuery", "onEvent"), 0);
+    kvObject receiver = listener();
+    EXPECT_EQ(kvSendMeth(&error, c, "iterate", receiver, "onEvent"), 1);
+    EXPECT_EQ(calls(first), 2);
+    EXPECT_EQ(calls(last), 0);
+    EXPECT_EQ(calls(receiver), 1);
+    EXPECT_EQ(takeError(), 0);
+
     EXPECT_EQ(kvSendMeth(&error, c, "deleteObject", nullptr), 1);
     EXPECT_EQ(contents(c), (std::vector<kvObject>{first, last}));
 }

@@ -73,6 +73,32 @@ TEST_F(DispatchTest, NamesAreComparedOnTheirFirst32Bytes) {
     EXPECT_EQ(kvSendMeth(&error, wide, name), 7);
 }
 
+// A name of 32 bytes needs no terminator; every report of it shows those 32
+// bytes and reads no further.
+TEST_F(DispatchTest, AnUnterminatedNameOf32BytesIsReportedAsTheKernelReadsIt) {
+    struct {
+        char name[32];
+        char after[8];
+    } unterminated;
+    std::memset(unterminated.name, 'q', sizeof unterminated.name);
+    std::memcpy(unterminated.after, "TAIL", 5);
+    const std::string shown(32, 'q');
+
+    EXPECT_EQ(kvSendMeth(&error, make("Shape", 3), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    EXPECT_EQ(kvSendClMeth(&error, kvRegisterClass("Shape"), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    EXPECT_EQ(kvSendMeth(&error, make("Forw", make("Shape", 3)), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    kvSendMeth(&error, nullptr, unterminated.name);
+    ASSERT_EQ(shownMessages().size(), 1u);
+    EXPECT_EQ(shownMessages()[0].text,
+              "An attempt was made to send method " + shown + " to a null object reference.");
+}
+
 TEST_F(DispatchTest, AddingAClassTwiceKeepsTheFirstAndNamesOf20CharactersAreRefused) {
     const kvClass shape = kvRegisterClass("Shape");
     kvMethodTable empty{0, nullptr};

@@ -13,6 +13,7 @@ enum ExitCode { Success = 0, Failed = 1, BadUsage = 2 };
 int runClasses(int argc, char** argv);
 int runClassLoc(int argc, char** argv);
 int runErrors(int argc, char** argv);
+int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".

@@ -16,6 +16,7 @@ constexpr Subcommand subcommands[] = {
     {"classes", "the running class tree, with methods on request", kova::tools::runClasses},
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
+    {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
 };
 

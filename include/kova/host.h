@@ -1,4 +1,5 @@
-/* What a host application sets for the kernel: where message boxes, the error
+/** @file
+ * What a host application sets for the kernel: where message boxes, the error
  * dialog and help requests go, and (for tests) the allocation failure switch.
  * A hook must not block; without one, the kernel writes messages to the
  * standard error stream on POSIX and uses the system's own windows on Windows. */
@@ -11,40 +12,43 @@
 extern "C" {
 #endif
 
-/* Message box styles and answers the kernel uses. */
+/** Message box styles and answers the kernel uses. */
 enum { KV_MB_OK = 0x0000, KV_MB_ICONSTOP = 0x0010, KV_MB_SYSTEMMODAL = 0x1000, KV_IDOK = 1 };
 
-/* Shows `text` under `caption`; answers the button pressed (KV_IDOK). */
+/** Shows `text` under `caption`; answers the button pressed (KV_IDOK). */
 typedef int (*kvMessageBoxHook)(const char* text, const char* caption, unsigned style);
 
-/* Opens `helpFile` with a help viewer command and its data; non-zero for done. */
+/** Opens `helpFile` with a help viewer command and its data; non-zero for done. */
 typedef int (*kvHelpHook)(const char* helpFile, unsigned command, uintptr_t data);
 
 struct kvErrorDialog;
-/* Runs the error dialog until it is closed; the dialog's state and commands
+/** Runs the error dialog until it is closed; the dialog's state and commands
  * are in kova/errdialog.h. */
 typedef void (*kvErrorDialogHook)(struct kvErrorDialog* dialog);
 
 struct kvBitFieldDialog;
-/* Runs a BitField's bit dialog until it is closed (state and commands in
+/** Runs a BitField's bit dialog until it is closed (state and commands in
  * kova/bitdialog.h); answers non-zero when the dialog was shown, 0 when it
  * could not be. */
 typedef int (*kvBitFieldDialogHook)(struct kvBitFieldDialog* dialog);
 
-/* Each setter returns the hook it replaces; null restores the default. */
+/** Each setter returns the hook it replaces; null restores the default. */
 KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook);
+/** Sets where help requests go; answers the hook replaced. */
 KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook);
+/** Sets what runs the error dialog; answers the hook replaced. */
 KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
-/* Without a bit dialog hook, Windows shows the kernel's dialog and POSIX
- * shows none ("createBitFieldWindow" answers 0). */
+/** Sets what runs a BitField's bit dialog; answers the hook replaced. Without
+ * one, Windows shows the kernel's dialog and POSIX shows none
+ * ("createBitFieldWindow" answers 0). */
 KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook);
 
-/* Allocation failure for tests: after `count` more successful allocations of
+/** Allocation failure for tests: after `count` more successful allocations of
  * the library every allocation fails, until called with -1. */
 KV_API void kvDebugFailAllocAfter(long count);
-/* The same, but only that one allocation fails; the ones after it succeed. */
+/** The same, but only that one allocation fails; the ones after it succeed. */
 KV_API void kvDebugFailAllocOnce(long count);
-/* Allocations the library has made since it was loaded. */
+/** Allocations the library has made since it was loaded. */
 KV_API unsigned long kvDebugAllocCount(void);
 
 #ifdef __cplusplus

@@ -4,13 +4,14 @@
 //   Square (Polygon)  side; overrides "area" and "getSides" (which asks its parent)
 //   Listener (Object) a subscriber that records what it is sent
 //   Broken (Object)   lists a method whose procedure the library lacks
+//   CountedName (IntProp) counts how often it is asked for its name
 #include "kova/kernel.h"
 
 #include <cstring>
 
 namespace {
 
-kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass;
+kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, CountedNameClass;
 
 // A class's slice starts wherever its ancestors' data ends (Object owns the
 // first 2 bytes), so instance data is declared packed.
@@ -29,13 +30,17 @@ struct ListenerData {
     int32_t mode;          // what "onEvent" does besides counting
     kvObject deleteTarget; // object deleted in mode "deleteObject"
 };
+struct CountedNameData {
+    int32_t nameCalls; // "getName" sends received
+};
 #pragma pack(pop)
 
 enum ListenerMode : int32_t {
     justCount = 0,
     unsubscribeSelf = 1, // deletes its own subscription to the event it receives
     deleteNotifier = 2,  // tries to delete the notifier
-    fireAgain = 3        // fires the same event on the same notifier again
+    fireAgain = 3,       // fires the same event on the same notifier again
+    clearNotifier = 4    // clears every list of the notifier (kvClearNotifications)
 };
 
 KV_METHOD_TABLE(shapeMethods,                    //
@@ -58,6 +63,9 @@ KV_METHOD_TABLE(listenerMethods,              //
                 kova::method("getCalls", 0),  //
                 kova::method("onEvent", 0),   //
                 kova::method("onOther", 0));
+KV_METHOD_TABLE(countedNameMethods,         //
+                kova::method("getName", 0), //
+                kova::method("getNameCalls", 0));
 KV_METHOD_TABLE(brokenMethods, //
                 kova::method("missingProcedure", 0));
 
@@ -162,6 +170,9 @@ KV_METHOD(Listener, onEvent) {
     case fireAgain:
         kvFireNotification(errSlot, notifier, event);
         break;
+    case clearNotifier:
+        kvClearNotifications(notifier);
+        break;
     default:
         break;
     }
@@ -172,6 +183,16 @@ KV_METHOD(Listener, onOther) {
     (void)errSlot, (void)self, (void)args;
     ++static_cast<ListenerData*>(instData)->calls;
     return 0;
+}
+
+KV_METHOD(CountedName, getName) {
+    ++static_cast<CountedNameData*>(instData)->nameCalls;
+    return kvSendParentMethNA(errSlot, CountedNameClass, self, "getName", args);
+}
+
+KV_METHOD(CountedName, getNameCalls) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<CountedNameData*>(instData)->nameCalls;
 }
 
 KV_REGISTER(Shape) {
@@ -204,4 +225,11 @@ KV_REGISTER(Listener) {
 KV_REGISTER(Broken) {
     if (!kvRegisterClass("Object")) return nullptr;
     return kvAddClass("Broken", "Object", 0, 0, brokenMethods.get(), noMethods.get());
+}
+
+KV_REGISTER(CountedName) {
+    if (!kvRegisterClass("IntProp")) return nullptr;
+    CountedNameClass = kvAddClass("CountedName", "IntProp", sizeof(CountedNameData), 0,
+                                  countedNameMethods.get(), noMethods.get());
+    return CountedNameClass;
 }
