@@ -8,6 +8,9 @@
 // but "InitBitField", "fetchData", "fetchXlatedData" and "fetchString" does
 // nothing. Stores and fetches fire no notifications.
 //
+// The second and fourth setup values are pointer-sized, since callers pass
+// pointers there (BFLexCls passes its constant names and its class name).
+//
 // Bit numbers outside 0 to 31 have an empty mask and no table entry: they
 // set, clear and test nothing, and name no string.
 //
@@ -133,9 +136,9 @@ KV_METHOD(BitField, InitBitField) {
     (void)errSlot, (void)self;
     BitFieldData* field = dataOf(instData);
     field->names = kova::props::pointerArg<const char* const>(args, 0);
-    field->secondValue = static_cast<uint32_t>(kvArgAt(args, 1));
+    field->secondValue = kvArgAt(args, 1);
     field->table = kova::props::pointerArg<const uint32_t>(args, 2);
-    field->fourthValue = static_cast<uint32_t>(kvArgAt(args, 3));
+    field->fourthValue = kvArgAt(args, 3);
     field->raw = 0;
     field->translated = 0;
     return 0;

@@ -44,17 +44,6 @@ bool isPoint(kvObject* errSlot, kvObject self, kvObject object) {
     return refusal == 0;
 }
 
-// Runs `step` with the caller's slot, or with one of its own when the caller
-// gave none; answers whether no error is pending in that slot afterwards.
-template <typename Step> bool noErrorAfter(kvObject* errSlot, Step step) {
-    kvObject own = nullptr;
-    kvObject* slot = errSlot ? errSlot : &own;
-    step(slot);
-    const bool clean = *slot == nullptr;
-    kova::props::discardErrorsAbove(&own, nullptr);
-    return clean;
-}
-
 // The first point that answers `method` with the arguments non-zero, or 0.
 template <typename... A>
 kvResult firstHit(kvObject* errSlot, kvObject self, const char* method, A... values) {
@@ -79,7 +68,7 @@ kvResult nullPointer(kvObject* errSlot, kvObject self) {
 KV_METHOD_NO_DATA(PointCollection, addObject) {
     const auto object = kova::props::pointerArg<kvObjectHeader>(args, 0);
     if (!isPoint(errSlot, self, object)) return 0;
-    return noErrorAfter(errSlot, [&](kvObject* slot) {
+    return kova::props::noErrorPendingAfter(errSlot, [&](kvObject* slot) {
         kvSendParentMethNA(slot, PointCollectionClass, self, "addObject", args);
     });
 }
@@ -142,7 +131,7 @@ KV_METHOD_NO_DATA(PointCollection, shiftPoints) {
     if (!pair) return nullPointer(errSlot, self);
     int32_t delta[2];
     std::memcpy(delta, pair, sizeof delta);
-    return noErrorAfter(errSlot, [&](kvObject* slot) {
+    return kova::props::noErrorPendingAfter(errSlot, [&](kvObject* slot) {
         const kvResult count = pointCount(self);
         for (kvResult i = 0; i < count; ++i)
             if (const kvObject point = pointAt(self, i))

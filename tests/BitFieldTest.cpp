@@ -2,6 +2,7 @@
 // bit numbers at and past 32, table entries of 0xFFFFFFFF, and the bit
 // dialog's logic as a host's hook drives it.
 #include "kova/bitdialog.h"
+#include "kova/lexcls.h"
 #include "tests/PropertyFixture.hpp"
 
 #include <functional>
@@ -112,6 +113,29 @@ TEST_F(BitFieldTest, ItsRecordHoldsTheBitsNotTheTables) {
     EXPECT_EQ(translated(g), 0x300u);
     EXPECT_ERROR(readInto(g, record(0, le32(1))), -1, 3432);
     EXPECT_EQ(raw(g), 0x14u);
+}
+
+TEST_F(BitFieldTest, TheLexicalClassFieldNamesItsElevenBits) {
+    // The recogniser's encoding: "Number" and "Roman Numeral" share a bit.
+    uint32_t xlat[32];
+    std::fill(std::begin(xlat), std::end(xlat), none);
+    for (uint32_t bit = 0; bit < 11; ++bit)
+        xlat[bit] = 1u << (bit + 4);
+    xlat[2] = xlat[1];
+    kvObject lexical = property("BFLexCls", "LexClasses", 1, xlat);
+    EXPECT_EQ(kvSendMeth(&error, lexical, "isA", "BitField"), -1);
+    EXPECT_EQ(kvSendMeth(&error, lexical, "isPersistant"), 1);
+    const char* const expected[] = {"Main",         "Number", "Roman Numeral", "Date",
+                                    "Time",         "Money",  "ID Number",     "Telephone Number",
+                                    "Terminal DOT", "Alpha",  "Small Text"};
+    for (int bit = 0; bit < 11; ++bit)
+        EXPECT_EQ(text(kvSendMeth(&error, lexical, "fetchString", bit)), expected[bit]) << bit;
+    EXPECT_EQ(kvSendMeth(&error, lexical, "fetchString", 11), 0); // no table entry
+    kvSendMeth(&error, lexical, "storeData", QLBF_LEXCLS_DATE | QLBF_LEXCLS_SMALL_TEXT);
+    EXPECT_EQ(translated(lexical), (1u << 7) | (1u << 14));
+    EXPECT_EQ(kvSendMeth(&error, lexical, "setByXlatedBit", 5), 1);
+    EXPECT_EQ(raw(lexical), static_cast<uint32_t>(QLBF_LEXCLS_NUMBER | QLBF_LEXCLS_ROMAN_NUMERAL |
+                                                  QLBF_LEXCLS_DATE | QLBF_LEXCLS_SMALL_TEXT));
 }
 
 // ---- the bit dialog ----

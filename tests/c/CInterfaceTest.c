@@ -7,6 +7,7 @@
 #include "kova/errreg.h"
 #include "kova/host.h"
 #include "kova/kernel.h"
+#include "kova/lexcls.h"
 #include "kova/resources.h"
 
 #include <stdio.h>
@@ -89,6 +90,12 @@ int main(void) {
         CHECK(kvSendMeth(&error, bits, "createBitFieldWindow", "Bits") == 1);
         kvSetBitFieldDialogHook(0);
         CHECK(kvSendMeth(&error, bits, "fetchXlatedData") == 0x10);
+        kvDelObject(&error, bits);
+        /* The lexical classes' field takes its translation table first. */
+        bits = kvNewObject(&error, "BFLexCls", masks, 0, "Lex", 2, 0);
+        kvSendMeth(&error, bits, "storeData", QLBF_LEXCLS_MAINLEX | QLBF_LEXCLS_NUMBER);
+        CHECK(kvSendMeth(&error, bits, "fetchXlatedData") == 0x30);
+        CHECK(strcmp((const char*)kvSendMeth(&error, bits, "fetchString", 1), "Number") == 0);
         kvDelObject(&error, bits);
     }
     kvDelObject(&error, square);
