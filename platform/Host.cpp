@@ -6,12 +6,14 @@ namespace kova::platform {
 int defaultMessageBox(const char* text, const char* caption, unsigned style);
 bool defaultShowHelp(const char* helpFile, unsigned command, uintptr_t data);
 void defaultErrorDialog(kvErrorDialog* dialog);
+int defaultBitFieldDialog(kvBitFieldDialog* dialog);
 } // namespace kova::platform
 
 namespace {
 kvMessageBoxHook messageBoxHook = nullptr;
 kvHelpHook helpHook = nullptr;
 kvErrorDialogHook errorDialogHook = nullptr;
+kvBitFieldDialogHook bitFieldDialogHook = nullptr;
 
 template <typename Hook> Hook replace(Hook& slot, Hook hook) {
     Hook old = slot;
@@ -39,6 +41,10 @@ void runErrorDialog(kvErrorDialog* dialog) {
         defaultErrorDialog(dialog);
 }
 
+int runBitFieldDialog(kvBitFieldDialog* dialog) {
+    return bitFieldDialogHook ? bitFieldDialogHook(dialog) : defaultBitFieldDialog(dialog);
+}
+
 } // namespace kova::platform
 
 extern "C" KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook) {
@@ -49,4 +55,7 @@ extern "C" KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook) {
 }
 extern "C" KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook) {
     return replace(errorDialogHook, hook);
+}
+extern "C" KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook) {
+    return replace(bitFieldDialogHook, hook);
 }

@@ -26,12 +26,22 @@ struct kvErrorDialog;
  * are in kova/errdialog.h. */
 typedef void (*kvErrorDialogHook)(struct kvErrorDialog* dialog);
 
+struct kvBitFieldDialog;
+/** Runs a BitField's bit dialog until it is closed (state and commands in
+ * kova/bitdialog.h); answers non-zero when the dialog was shown, 0 when it
+ * could not be. */
+typedef int (*kvBitFieldDialogHook)(struct kvBitFieldDialog* dialog);
+
 /** Each setter returns the hook it replaces; null restores the default. */
 KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook);
 /** Sets where help requests go; answers the hook replaced. */
 KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook);
 /** Sets what runs the error dialog; answers the hook replaced. */
 KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
+/** Sets what runs a BitField's bit dialog; answers the hook replaced. Without
+ * one, Windows shows the kernel's dialog and POSIX shows none
+ * ("createBitFieldWindow" answers 0). */
+KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook);
 
 /** Sets the file of the registry store on POSIX, where the system registry's
  * keys (under HKEY_CLASSES_ROOT on Windows) are kept for every process of the
