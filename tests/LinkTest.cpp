@@ -69,6 +69,9 @@ TEST_F(LinkTest, TheFirstForwardedMessageMakesTheLink) {
     EXPECT_TRUE(isLinked(theLink));
     EXPECT_EQ(kvSendMeth(&error, linked, "getCount"), 1);
     EXPECT_EQ(kvSendMeth(&error, theLink, "getCount"), 1);
+    // The owner ends before its link here (objects end in the order made):
+    // the link tells its owner while the owner is still there.
+    kvSendMeth(&error, theLink, "unLink");
 }
 
 TEST_F(LinkTest, MissingNamesAreReportedAndAMissingSinkFQNDoesNothing) {
