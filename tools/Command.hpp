@@ -15,6 +15,7 @@ int runClassLoc(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
+int runTiff(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".
 bool wantsHelp(int argc, char** argv);

@@ -18,6 +18,7 @@ constexpr Subcommand subcommands[] = {
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
+    {"tiff", "show a TIFF file's directories and tags, edit them in place", kova::tools::runTiff},
 };
 
 void printUsage(FILE* out) {
