@@ -6,6 +6,7 @@ namespace kova::platform {
 int defaultMessageBox(const char* text, const char* caption, unsigned style);
 bool defaultShowHelp(const char* helpFile, unsigned command, uintptr_t data);
 void defaultErrorDialog(kvErrorDialog* dialog);
+int defaultBitFieldDialog(kvBitFieldDialog* dialog);
 void defaultFillRect(kvArg deviceContext, const kvRect* rect, uint32_t colour);
 } // namespace kova::platform
 
@@ -13,6 +14,7 @@ namespace {
 kvMessageBoxHook messageBoxHook = nullptr;
 kvHelpHook helpHook = nullptr;
 kvErrorDialogHook errorDialogHook = nullptr;
+kvBitFieldDialogHook bitFieldDialogHook = nullptr;
 kvPaintHook paintHook = nullptr;
 
 template <typename Hook> Hook replace(Hook& slot, Hook hook) {
@@ -41,6 +43,10 @@ void runErrorDialog(kvErrorDialog* dialog) {
         defaultErrorDialog(dialog);
 }
 
+int runBitFieldDialog(kvBitFieldDialog* dialog) {
+    return bitFieldDialogHook ? bitFieldDialogHook(dialog) : defaultBitFieldDialog(dialog);
+}
+
 void fillRect(kvArg deviceContext, const kvRect* rect, uint32_t colour) {
     if (paintHook)
         paintHook(deviceContext, rect, colour);
@@ -59,6 +65,10 @@ extern "C" KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook) {
 extern "C" KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook) {
     return replace(errorDialogHook, hook);
 }
+extern "C" KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook) {
+    return replace(bitFieldDialogHook, hook);
+}
+
 extern "C" KV_API kvPaintHook kvSetPaintHook(kvPaintHook hook) {
     return replace(paintHook, hook);
 }

@@ -26,6 +26,11 @@ struct kvErrorDialog;
  * are in kova/errdialog.h. */
 typedef void (*kvErrorDialogHook)(struct kvErrorDialog* dialog);
 
+struct kvBitFieldDialog;
+/** Runs a BitField's bit dialog until it is closed (state and commands in
+ * kova/bitdialog.h); answers non-zero when the dialog was shown, 0 when it
+ * could not be. */
+typedef int (*kvBitFieldDialogHook)(struct kvBitFieldDialog* dialog);
 /** A rectangle of a window's client area, in the layout of the system's RECT:
  * the right and bottom edges lie outside it. */
 typedef struct kvRect {
@@ -49,9 +54,10 @@ KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook);
 KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook);
 /** Sets what runs the error dialog; answers the hook replaced. */
 KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
-/** Sets the painting hook. Without one, Windows fills the rectangle with a
- * GDI brush of the colour; POSIX paints nothing. */
-KV_API kvPaintHook kvSetPaintHook(kvPaintHook hook);
+/** Sets what runs a BitField's bit dialog; answers the hook replaced. Without
+ * one, Windows shows the kernel's dialog and POSIX shows none
+ * ("createBitFieldWindow" answers 0). */
+KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook);
 
 /** Sets the file of the registry store on POSIX, where the system registry's
  * keys (under HKEY_CLASSES_ROOT on Windows) are kept for every process of the
@@ -65,6 +71,9 @@ KV_API void kvSetRegistryStore(const char* path);
  * user's home folder. A null or empty path restores the default. Windows
  * looks in the Windows directory and ignores the setting. */
 KV_API void kvSetProfileFolder(const char* folder);
+/** Sets the painting hook. Without one, Windows fills the rectangle with a
+ * GDI brush of the colour; POSIX paints nothing. */
+KV_API kvPaintHook kvSetPaintHook(kvPaintHook hook);
 
 /** Allocation failure for tests: after `count` more successful allocations of
  * the library every allocation fails, until called with -1. */
