@@ -191,7 +191,7 @@ TEST_F(VersionControlTest, TheReportDialogIsShownWhenTheSettingIsOne) {
 #ifdef _WIN32
     HMODULE dialog = ::LoadLibraryA("RPTDLG32.DLL");
     auto shown = reinterpret_cast<int (*)(int*, const char**)>(
-        ::GetProcAddress(dialog, "reportDialogShown"));
+        reinterpret_cast<void*>(::GetProcAddress(dialog, "reportDialogShown")));
 #else
     void* dialog = ::dlopen("librptdlg32.so", RTLD_NOW);
     auto shown =
