@@ -2,6 +2,7 @@
 // debugging aids and the kernel's message boxes.
 #include "kernel/Kernel.hpp"
 #include "kova/classloc.h"
+#include "kova/plr.h"
 #include "platform/Platform.hpp"
 
 #include <cstdarg>
@@ -56,20 +57,24 @@ void showKernelMessage(const char* caption, const char* format, ...) {
 
 extern "C" {
 
-// Brings the core up: the class location table, then the error classes (which
-// register Object first). Answers the BaseError class.
+// Brings the core up: the class location table, the property link registry,
+// then the error classes (which register Object first). Answers the
+// BaseError class.
 KV_API kvClass kvCoreInitialize(void) {
     KovaClassLocationInit4();
+    PLRInit();
     return registerBaseError();
 }
 
-// Takes the core down in the reverse order: every live error, every class
-// (newest first, releasing their libraries), the class location table.
+// Takes the core down in the reverse order: every live error, the property
+// link registry, every class (newest first, releasing their libraries), the
+// class location table.
 KV_API void kvCoreTerminate(void) {
     if (kvClass errors = kvFindClass("BaseError")) {
         kvObject error = nullptr;
         kvSendClMeth(&error, errors, "GarbageCollect", 1);
     }
+    PLRTerm();
     kvCloseClasses();
     KovaClassLocationTerm4();
 }

@@ -33,11 +33,11 @@ struct LibraryRow {
     const char* library;
 };
 
-constexpr LibraryRow testLibraryRows[] = {{"Shape", "TESTSHP.DLL"},  {"Polygon", "TESTSHP.DLL"},
-                                          {"Square", "TESTSHP.DLL"}, {"Listener", "TESTSHP.DLL"},
-                                          {"Broken", "TESTSHP.DLL"}, {"CountedName", "TESTSHP.DLL"},
-                                          {"Wide", "TESTWIDE.DLL"},  {"Solo", "TESTSGL.DLL"},
-                                          {"Duet", "TESTSGL.DLL"},   {"Echo", "TESTSGL.DLL"}};
+constexpr LibraryRow testLibraryRows[] = {
+    {"Shape", "TESTSHP.DLL"},    {"Polygon", "TESTSHP.DLL"}, {"Square", "TESTSHP.DLL"},
+    {"Listener", "TESTSHP.DLL"}, {"Broken", "TESTSHP.DLL"},  {"CountedName", "TESTSHP.DLL"},
+    {"Wide", "TESTWIDE.DLL"},    {"Solo", "TESTSGL.DLL"},    {"Duet", "TESTSGL.DLL"},
+    {"Echo", "TESTSGL.DLL"},     {"Probe", "TESTLNK.DLL"}};
 } // namespace
 
 void KernelTest::SetUp() {

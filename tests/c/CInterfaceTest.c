@@ -8,6 +8,7 @@
 #include "kova/host.h"
 #include "kova/kernel.h"
 #include "kova/lexcls.h"
+#include "kova/plr.h"
 #include "kova/resources.h"
 
 #include <stdio.h>
@@ -80,6 +81,28 @@ int main(void) {
         CHECK(kvSendMeth(&error, listener, "getCalls") == 2);
         CHECK(kvDeleteNotification(&error, square, "OnStore", listener, "onEvent") == 1);
         kvDelObject(&error, listener);
+    }
+    {
+        /* The link registry: a provider found by its LINKID, a sink that
+         * waits for it, a list of FQNs owned by the registry. */
+        int16_t count = 0;
+        char** fqns = 0;
+        kvObject found = 0;
+        kvObject linked = 0;
+        char* linkId = 0;
+        const char* rules[] = {"any", 0};
+        CHECK(PLRGetNotifierObject() != 0);
+        CHECK(PLRRegisterSink(square, "Viewer.Source", "Shapes", "Square.1") == PLR_OK);
+        CHECK(PLRRegisterProperty("Shapes", square, "Square.1", square) == PLR_OK);
+        CHECK(PLRGetObjectFromLINKID("Shapes", "SQUARE.1", &found) == PLR_OK && found == square);
+        CHECK(PLRGetServiceProviderFQNs("Shapes", &count, &fqns) == PLR_OK && count == 1);
+        CHECK(strcmp(fqns[0], "Square.1") == 0);
+        CHECK(strcmp(PLRGetDefaultLINKID("Shapes", "Viewer", rules), "Square.1") == 0);
+        CHECK(PLREstablishLink("Viewer.Source", 0, "Shapes", 0, 0, "Square.1", &linked) == PLR_OK);
+        CHECK(linked == square && PLRGetSinkCount() == 1);
+        CHECK(PLRCreateLINKID(&linkId) == PLR_OK && strlen(linkId) == 9);
+        CHECK(PLRUnregisterSink(square, "Viewer.Source", "Shapes") == PLR_OK);
+        CHECK(PLRUnregisterProperty("Shapes", square, "Square.1") == PLR_OK);
     }
     {
         static const uint32_t masks[32] = {0x10, 0x20};
