@@ -3,9 +3,11 @@
  * deleted; an unknown method leaves an error in the slot. */
 #include "kova/bitdialog.h"
 #include "kova/classloc.h"
+#include "kova/dib.h"
 #include "kova/errdialog.h"
 #include "kova/errreg.h"
 #include "kova/host.h"
+#include "kova/image.h"
 #include "kova/kernel.h"
 #include "kova/lexcls.h"
 #include "kova/match.h"
@@ -108,6 +110,35 @@ int main(void) {
         CHECK(kvGetRegistrySetting("VersionReporting\\LogFile", text, 0) == 0 && text[0] == 0);
         CHECK(kvIsVersionBad(1, 3) == 1 && kvIsVersionBad(1, 1) == 0);
         CHECK(kvProfileGetInt("Missing", "key", 12, "KOVA.INI") == 12);
+    }
+    {
+        /* A host makes a DIB handle, hands it to a RawImage and reads the
+         * image's own DIB back through the same functions. */
+        kvObject image = kvNewObject(&error, "RawImage", 1, 1, 1, 1, 0, "image", 0, 0);
+        kvMemHandle dib = kvGlobalAlloc(sizeof(kvBitmapInfoHeader) + 2 * sizeof(kvRGBQuad) + 4);
+        kvBitmapInfoHeader* header = (kvBitmapInfoHeader*)kvGlobalLock(dib);
+        kvPaletteEntry entry = {1, 2, 3};
+        header->biSize = sizeof *header;
+        header->biWidth = 8;
+        header->biHeight = 1;
+        header->biPlanes = 1;
+        header->biBitCount = 1;
+        header->biXPelsPerMeter = 11811;
+        ((unsigned char*)(header + 1))[8] = 0x81;
+        kvGlobalUnlock(dib);
+        CHECK(kvDIBRowBytes(8, 1) == 4);
+        CHECK(kvSendMeth(&error, image, "setDIB", dib) == 1);
+        CHECK(kvSendMeth(&error, image, "getXResolution") == 301);
+        CHECK(kvSendMeth(&error, image, "getPhotoMetricInterp") == KV_PHOTOMETRIC_BLACK_IS_ZERO);
+        dib = (kvMemHandle)kvSendMeth(&error, image, "getDIB");
+        CHECK(kvGlobalSize(dib) == sizeof(kvBitmapInfoHeader) + 2 * sizeof(kvRGBQuad) + 4);
+        header = (kvBitmapInfoHeader*)kvGlobalLock(dib);
+        CHECK(header->biXPelsPerMeter == 301 * 39);
+        CHECK(((unsigned char*)(header + 1))[8] == 0x81);
+        kvGlobalUnlock(dib);
+        kvGlobalFree(dib);
+        CHECK(entry.blue == 3 && error == 0);
+        kvDelObject(&error, image);
     }
     {
         /* The link registry: a provider found by its LINKID, a sink that
