@@ -154,8 +154,13 @@ void packBitsRow(const uint8_t* row, size_t length, std::vector<uint8_t>& out) {
 }
 
 TiffWriter::~TiffWriter() {
+    abandon();
+}
+
+void TiffWriter::abandon() {
     if (!file_) return;
     std::fclose(file_);
+    file_ = nullptr;
     std::remove(temporary_.c_str());
 }
 
@@ -168,7 +173,11 @@ std::string TiffWriter::fail(const std::string& what) {
 }
 
 std::string TiffWriter::open(const std::string& path, unsigned pageCount) {
+    abandon();
     path_ = path;
+    size_ = 0;
+    link_ = 4;
+    pages_ = 0;
     temporary_ = path + ".part";
     pageCount_ = pageCount;
     file_ = std::fopen(temporary_.c_str(), "wb");
