@@ -12,6 +12,7 @@ enum ExitCode { Success = 0, Failed = 1, BadUsage = 2 };
 
 int runClasses(int argc, char** argv);
 int runClassLoc(int argc, char** argv);
+int runDemo(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runStream(int argc, char** argv);
 
