@@ -4,6 +4,7 @@
 // grows to 50.
 #include "errors/MessageFormat.hpp"
 #include "kernel/Kernel.hpp"
+#include "kernel/PairTable.hpp"
 #include "platform/Platform.hpp"
 
 #include <cstdlib>
@@ -35,13 +36,16 @@ struct Collection {
 Collection live{};
 
 // Errors trimmed from the collection list. They stay alive for whoever holds
-// them, and are deleted by the final collection if nobody has by then.
+// them, and are deleted by the final collection if nobody has by then. Each
+// one's place in the array is kept beside it, so that deleting any of many
+// retired errors costs the same.
 struct Retired {
     kvObject* errors; // heap array
     size_t count;
     size_t capacity;
 };
 Retired retired{};
+kova::kernel::PairTable<size_t> retiredPlaces; // (error, null) -> index in `retired`
 
 void retire(kvObject error) {
     if (retired.count == retired.capacity) {
@@ -52,21 +56,37 @@ void retire(kvObject error) {
         retired.errors = grown;
         retired.capacity = capacity;
     }
+    size_t* place = retiredPlaces.insert(error, nullptr);
+    if (!place) return;
+    *place = retired.count;
     retired.errors[retired.count++] = error;
 }
 
 void forgetRetired(kvObject error) {
-    for (size_t i = 0; i < retired.count; ++i) {
-        if (retired.errors[i] != error) continue;
-        retired.errors[i] = retired.errors[--retired.count];
-        return;
-    }
+    const size_t* place = retiredPlaces.find(error, nullptr);
+    if (!place) return;
+    const size_t index = *place;
+    const kvObject last = retired.errors[--retired.count];
+    retired.errors[index] = last;
+    if (last != error) *retiredPlaces.find(last, nullptr) = index;
+    retiredPlaces.erase(error, nullptr);
 }
 
 void freeRetiredList() {
     kova::platform::release(retired.errors);
     retired = Retired{};
+    retiredPlaces.clear();
 }
+
+// The top of the stack holding one error, as the trimming walk last found it.
+// It is kept true as errors are pushed on that top or leave the lists, so
+// that while one stack holds every error, each "Add" finds the oldest error's
+// top without walking the whole stack.
+struct KnownTop {
+    kvObject from; // the error whose stack it is, or null
+    kvObject top;  // the newest error of that stack
+};
+KnownTop known{};
 
 constexpr long trimAt = 50; // an "Add" that reaches this count trims the list
 constexpr long trimDownTo = 26;
@@ -115,6 +135,8 @@ bool onCollectionList(kvObject error) {
 void unlink(kvObject error) {
     if (!error || live.count == 0 || !onCollectionList(error)) return;
     BaseErrorData* e = dataOf(error);
+    if (error == known.from) known = KnownTop{};
+    if (error == known.top) known.top = e->nextES;
     --live.count;
     if (e->prevGC) dataOf(e->prevGC)->nextGC = e->nextGC;
     if (e->nextGC) dataOf(e->nextGC)->prevGC = e->prevGC;
@@ -140,14 +162,21 @@ void deleteEveryError() {
     freeRetiredList();
 }
 
+kvObject topOfStack(kvObject error) {
+    if (error == known.from) return known.top;
+    kvObject top = error;
+    while (dataOf(top)->prevES)
+        top = dataOf(top)->prevES;
+    known = KnownTop{error, top};
+    return top;
+}
+
 // Trims whole stacks, oldest first, until fewer than 26 errors are listed.
 // The stack holding the newest error is the one in use and is never touched.
 void trimOldStacks() {
     kvObject current = live.oldest;
     while (live.count >= trimDownTo && current && current != live.newest) {
-        kvObject top = current;
-        while (dataOf(top)->prevES)
-            top = dataOf(top)->prevES;
+        const kvObject top = topOfStack(current);
         if (top == live.newest) return;
         kvObject continueFrom = nullptr;
         for (kvObject error = top; error;) {
@@ -241,6 +270,10 @@ KV_METHOD(BaseError, AddToStack) {
     if (!older || older == self) return 0;
     auto* e = static_cast<BaseErrorData*>(instData);
     BaseErrorData* o = dataOf(older);
+    if (e->nextES || e->prevES || self == known.from || self == known.top)
+        known = KnownTop{}; // the receiver leaves a stack without unlinking
+    else if (older == known.top)
+        known.top = self;
     e->nextES = older;
     e->prevES = o->prevES;
     if (o->prevES) dataOf(o->prevES)->nextES = self;
@@ -271,10 +304,12 @@ KV_METHOD(BaseError, getHelpInfo) {
         (void)errSlot, (void)self, (void)args;                                                     \
         return (kvResult)(type)(static_cast<BaseErrorData*>(instData)->field);                     \
     }
+// A link set by hand may change any stack.
 #define KV_FIELD_SETTER(method, field)                                                             \
     KV_METHOD(BaseError, method) {                                                                 \
         (void)errSlot, (void)self;                                                                 \
         static_cast<BaseErrorData*>(instData)->field = argObject(args, 0);                         \
+        known = KnownTop{};                                                                        \
         return 0;                                                                                  \
     }
 
@@ -310,6 +345,7 @@ KV_CLASS_METHOD(BaseError, GarbageCollect) {
 KV_CLASS_METHOD(BaseError, classInit) {
     (void)errSlot, (void)self, (void)args;
     live = Collection{};
+    known = KnownTop{};
     return 0;
 }
 

@@ -297,13 +297,24 @@ kvResult callInstanceMethod(kvObject* errSlot, kvObject obj, const kvMethodRecor
     return reinterpret_cast<kvInstanceProc>(method->proc)(errSlot, obj, instData, args);
 }
 
-// A send to a null object: shown, and answered 0.
+// A send to a null object: shown, and answered 0. Only the bytes of the name
+// that lookup would compare are shown.
 [[gnu::cold, gnu::noinline]] kvResult refuseNullReceiver(const char* name) {
     kova::kernel::showKernelMessage(
         kova::kernel::kernelErrorCaption,
-        "An attempt was made to send method %s to a null object reference.",
+        "An attempt was made to send method %.32s to a null object reference.",
         name ? name : "(null)");
     return 0;
+}
+
+// The name a missing method is reported under. Lookup compares at most 32
+// bytes, so a name of 32 bytes needs no terminator; such a name is copied
+// with one into `spare`, so that whoever reports it reads no further.
+const char* reportableName(const char* name, char (&spare)[KV_METHOD_NAME_SIZE + 1]) {
+    if (!name || ::strnlen(name, KV_METHOD_NAME_SIZE) < KV_METHOD_NAME_SIZE) return name;
+    std::memcpy(spare, name, KV_METHOD_NAME_SIZE);
+    spare[KV_METHOD_NAME_SIZE] = '\0';
+    return spare;
 }
 
 // Hands a send that found no method to the receiver's "MethodNotFound" with the
@@ -311,12 +322,14 @@ kvResult callInstanceMethod(kvObject* errSlot, kvObject obj, const kvMethodRecor
 // method ends here instead of recursing.
 kvResult methodNotFound(kvObject* errSlot, kvObject obj, const char* name, const kvArgs* args) {
     if (name && sameName(name, "MethodNotFound")) return 0;
-    return kvSendMeth(errSlot, obj, "MethodNotFound", name, args);
+    char spare[KV_METHOD_NAME_SIZE + 1];
+    return kvSendMeth(errSlot, obj, "MethodNotFound", reportableName(name, spare), args);
 }
 
 kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, const kvArgs* args) {
     if (name && sameName(name, "ClassMethodNotFound")) return 0;
-    return kvSendClMeth(errSlot, cls, "ClassMethodNotFound", name, args);
+    char spare[KV_METHOD_NAME_SIZE + 1];
+    return kvSendClMeth(errSlot, cls, "ClassMethodNotFound", reportableName(name, spare), args);
 }
 
 // A send the head of its bucket did not answer.

@@ -50,10 +50,9 @@ kvResult forwardMessage(kvObject* errSlot, kvObject self, kvClass forwarderClass
 } // namespace kova::kernel
 
 // (method name, the sender's argument list): the target answers. Without a
-// target the message cannot be delivered: error 3451, answer 0.
+// target this is a send to a null object: the kernel's message box, answer 0.
 KV_METHOD(Forw, MethodNotFound) {
     const kvObject target = forwOf(instData)->target;
-    if (!target) return kova::raiseError(errSlot, self, ForwClass, 3451);
     return kova::kernel::forwardMessage(errSlot, self, ForwClass, target,
                                         reinterpret_cast<const char*>(kvArgAt(args, 0)),
                                         reinterpret_cast<const kvArgs*>(kvArgAt(args, 1)));

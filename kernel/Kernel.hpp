@@ -30,6 +30,11 @@ void forgetSendSites();
 // (Notify.cpp).
 bool isFiring(kvObject obj);
 
+// Drops every subscription `subscriber` holds on other objects, as
+// kvDeleteNotification would (only marked in events being fired); called when
+// its header is freed (Notify.cpp).
+void dropSubscriptions(kvObject subscriber);
+
 // Shows a kernel failure in a system-modal message box (Lifecycle.cpp):
 // `format` is formatted with the trailing values as printf does.
 void showKernelMessage(const char* caption, const char* format, ...)

@@ -2,7 +2,15 @@
 // its subscribers in priority order, ended by a record of priority 32767.
 // A subscription deleted during a firing is only marked, and the lists are
 // cleaned when the firing is over.
+//
+// The kernel also knows, for each subscriber, which notifiers hold records of
+// it: an object deleted without unsubscribing would otherwise stay in its
+// notifiers' lists, and their next firing would send to freed memory. Its
+// subscriptions are dropped when its header is freed, as kvDeleteNotification
+// drops them. That index is kept beside the records, so sends and firings
+// never touch it.
 #include "kernel/Kernel.hpp"
+#include "kernel/PairTable.hpp"
 #include "platform/Platform.hpp"
 
 #include <cstring>
@@ -32,6 +40,9 @@ KV__LAYOUT32(offsetof(kvEvent, subscribers) == 32);
 namespace {
 
 constexpr uint16_t eventFiring = 0x0001;
+// The event's object cleared its lists while the event was being fired: the
+// firing frees the event when it ends and no longer touches the object.
+constexpr uint16_t eventOrphaned = 0x0002;
 constexpr int16_t endPriority = 32767;
 // A chain of forwarders longer than this is taken for a cycle.
 constexpr int maxForwardHops = 256;
@@ -110,6 +121,49 @@ void freeEvent(kvEvent* event) {
         record = next;
     }
     kova::platform::release(event);
+}
+
+// Which notifiers hold records of a subscriber. The entry (subscriber,
+// notifier) counts the records of the subscriber in the notifier's lists and
+// links the subscriber's notifiers into a list headed by (subscriber, null).
+struct Tie {
+    uint32_t records;  // live records of the subscriber on the notifier; 0 in the head
+    kvObject previous; // the neighbouring notifiers in the subscriber's list
+    kvObject next;
+};
+kova::kernel::PairTable<Tie> ties;
+
+// Counts one more record of `subscriber` on `notifier`; false when no memory
+// could be had.
+bool tie(kvObject subscriber, kvObject notifier) {
+    if (Tie* known = ties.find(subscriber, notifier)) {
+        ++known->records;
+        return true;
+    }
+    if (!ties.insert(subscriber, nullptr)) return false;
+    Tie* fresh = ties.insert(subscriber, notifier);
+    Tie* head = ties.find(subscriber, nullptr); // the insertion may have moved it
+    if (!fresh) {
+        if (!head->next) ties.erase(subscriber, nullptr);
+        return false;
+    }
+    fresh->records = 1;
+    fresh->next = head->next;
+    if (head->next) ties.find(subscriber, head->next)->previous = notifier;
+    head->next = notifier;
+    return true;
+}
+
+// Counts one record of `subscriber` on `notifier` less.
+void untie(kvObject subscriber, kvObject notifier) {
+    Tie* known = ties.find(subscriber, notifier);
+    if (!known || --known->records > 0) return;
+    const kvObject previous = known->previous;
+    const kvObject next = known->next;
+    ties.erase(subscriber, notifier);
+    ties.find(subscriber, previous)->next = next; // `previous` is null for the head
+    if (next) ties.find(subscriber, next)->previous = previous;
+    if (!ties.find(subscriber, nullptr)->next) ties.erase(subscriber, nullptr);
 }
 
 void unlinkEvent(kvObject obj, kvEvent* event) {
@@ -228,13 +282,60 @@ kvResult fire(kvObject* errSlot, const kvArgs* args, bool stopAtAnswer) {
         record = next;
     }
     event->flags &= static_cast<uint16_t>(~eventFiring);
+    if (event->flags & eventOrphaned) {
+        freeEvent(event);
+        return stopAtAnswer ? answer : 0;
+    }
     if (holder->flags & KV_OBJ_NEEDS_CLEANING) kvCleanObject(holder);
     return stopAtAnswer ? answer : 0;
+}
+
+// Drops every record of `subscriber` in the lists of `notifier` as
+// kvDeleteNotification drops one: records of an event being fired are only
+// marked, and the rest are freed with the events they leave empty.
+void dropRecords(kvObject notifier, kvObject subscriber) {
+    for (kvEvent** eventLink = &notifier->events; *eventLink;) {
+        kvEvent* event = *eventLink;
+        const bool firing = event->flags & eventFiring;
+        for (kvSubscriber** link = &event->subscribers; !isEndRecord(*link);) {
+            kvSubscriber* record = *link;
+            if (record->subscriber != subscriber) {
+                link = &record->next;
+                continue;
+            }
+            untie(subscriber, notifier);
+            if (firing) {
+                record->subscriber = nullptr;
+                notifier->flags |= KV_OBJ_NEEDS_CLEANING;
+                link = &record->next;
+            } else {
+                *link = record->next;
+                releaseSubscriber(record);
+            }
+        }
+        if (!firing && isEndRecord(event->subscribers)) {
+            *eventLink = event->next;
+            freeEvent(event);
+        } else {
+            eventLink = &event->next;
+        }
+    }
+    if (!notifier->events) notifier->flags &= static_cast<uint16_t>(~KV_OBJ_HAS_EVENTS);
 }
 
 } // namespace
 
 namespace kova::kernel {
+
+void dropSubscriptions(kvObject subscriber) {
+    while (const Tie* head = ties.find(subscriber, nullptr)) {
+        const kvObject notifier = head->next;
+        dropRecords(notifier, subscriber);
+        // Every record was found, so the tie is gone; this only guards the loop.
+        while (ties.find(subscriber, notifier))
+            untie(subscriber, notifier);
+    }
+}
 
 bool isFiring(kvObject obj) {
     const kvObject holder = kvResolveForwards(obj);
@@ -290,18 +391,31 @@ KV_API kvResult kvAddNotification(kvObject* errSlot, kvObject notifier, const ch
         storeError(errSlot, kvMakeError(3429));
         return -1;
     }
+    if (!tie(subscriber, holder)) {
+        kova::platform::release(fresh);
+        if (eventIsNew) {
+            unlinkEvent(holder, event);
+            freeEvent(event);
+        }
+        storeError(errSlot, kvMakeError(3429));
+        return -1;
+    }
     fresh->subscriber = subscriber;
     fresh->priority = priority;
     std::memcpy(fresh->method, methodName, ::strnlen(methodName, KV_METHOD_NAME_SIZE));
 
     bool inserted = false;
     if (insertSubscriber(event, fresh, &inserted)) {
+        untie(subscriber, holder);
         kova::platform::release(fresh);
         storeError(errSlot, kvMakeError(3467, kvClassName(subscriber->cls), eventName,
                                         kvClassName(notifier->cls)));
         return -1;
     }
-    if (!inserted) kova::platform::release(fresh);
+    if (!inserted) {
+        untie(subscriber, holder);
+        kova::platform::release(fresh);
+    }
     if (inserted && !(notifier->flags & KV_OBJ_HAS_EVENTS)) {
         notifier->flags |= KV_OBJ_HAS_EVENTS;
         return 1;
@@ -326,6 +440,7 @@ KV_API kvResult kvDeleteNotification(kvObject* errSlot, kvObject notifier, const
              link = &(*link)->next) {
             kvSubscriber* record = *link;
             if (record->subscriber != subscriber || !sameMethod(record, methodName)) continue;
+            untie(subscriber, holder);
             if (event->flags & eventFiring) {
                 record->subscriber = nullptr;
                 holder->flags |= KV_OBJ_NEEDS_CLEANING;
@@ -352,11 +467,23 @@ KV_API kvResult kvFireNotificationTermNA(kvObject* errSlot, const kvArgs* args) 
     return fire(errSlot, args, true);
 }
 
+// An event being fired keeps its records, all marked, until its firing ends;
+// it is no longer the object's, so the object may be freed meanwhile.
 KV_API void kvClearNotifications(kvObject obj) {
     if (!obj) return;
     for (kvEvent* event = obj->events; event;) {
         kvEvent* next = event->next;
-        freeEvent(event);
+        for (kvSubscriber* record = event->subscribers; !isEndRecord(record);
+             record = record->next) {
+            if (record->subscriber) untie(record->subscriber, obj);
+            record->subscriber = nullptr;
+        }
+        if (event->flags & eventFiring) {
+            event->flags |= eventOrphaned;
+            event->next = nullptr;
+        } else {
+            freeEvent(event);
+        }
         event = next;
     }
     obj->events = nullptr;

@@ -7,8 +7,15 @@
 //   member: class-name length (1 byte) and class name, name length (1 byte)
 //   and name, a 16-bit id field, the member's own record; then the end
 //   marker, written like a class name: 11, "KvStreamEnd".
+//
+// Look-ups by name go through a name index (NameIndex.hpp) kept beside the
+// Collection, so that adding a member and finding one by name cost the same
+// whatever the number of members; without memory for the index the members
+// are walked in order, with the same answers.
 #include "errors/Raise.hpp"
+#include "properties/NameIndex.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -33,6 +40,10 @@ constexpr size_t classNameBufferSize = 128; // the length byte is signed: at mos
 constexpr size_t nameBufferSize = 256;
 constexpr size_t longestSavedName = 255;
 constexpr int nestingLimit = 64; // collections saved inside collections
+// A frame is written with one entry per persistent member, and a collection
+// holds at most 32767 members: a frame read with more entries than that is
+// not one that was saved, and reading stops there (3443).
+constexpr int mostEntries = 32767;
 
 KV_METHOD_TABLE(collectPropMethods,                  //
                 kova::method("OnWillChangeName", 4), //
@@ -71,17 +82,6 @@ const char* stringArg(const kvArgs* args, size_t index) {
 
 bool isBlank(const char* name) {
     return !name || !*name;
-}
-
-char foldCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-// Names are equal without regard to (ASCII) case.
-bool sameName(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (foldCase(*a) != foldCase(*b)) return false;
-    return *a == *b;
 }
 
 const char* nameOf(kvObject* errSlot, kvObject member) {
@@ -137,18 +137,28 @@ bool ensureCollection(kvObject* errSlot, kvObject self, CollectPropData* data) {
     return false;
 }
 
+// Deletes the Collection, members with it when it owns them, and its index.
+// The index goes last: a member's "OnTerm" subscriber may still look up
+// names while the Collection is being deleted.
+void deleteCollection(kvObject* errSlot, kvObject self, CollectPropData* data) {
+    kvDelObject(errSlot, data->collection);
+    data->collection = nullptr;
+    kova::props::NameIndex::drop(self);
+}
+
 enum class Admission { Placed, BadName, Duplicate, Failed };
 
 // The steps that addProperty and insertProperty share: the member must have
 // a name that no member holds; the collection is made if there is none; this
 // collection subscribes to the member's renames; then `place` puts the member
-// into the collection (answering false on failure). A failure undoes what was
+// into the collection (answering false on failure) at `position` (-1 for the
+// end), and the name index learns of it. A failure undoes what was
 // done, so the collection is left as it was. The subscription is made before
 // the placing because taking it back cannot fail, while taking a placed
 // member out of a collection can.
 template <typename Place>
 Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObject property,
-                Place place) {
+                int32_t position, Place place) {
     if (property == self) {
         kova::raiseError(errSlot, self, CollectPropClass, 3443);
         return Admission::Failed;
@@ -161,9 +171,7 @@ Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObjec
     const bool made = !data->collection;
     if (!ensureCollection(errSlot, self, data)) return Admission::Failed;
     auto undoMaking = [&] {
-        if (!made) return;
-        kvDelObject(nullptr, data->collection);
-        data->collection = nullptr;
+        if (made) deleteCollection(nullptr, self, data);
     };
     if (!made && lookUp(self, name)) {
         kova::raiseError(errSlot, self, CollectPropClass, 3465, name);
@@ -178,6 +186,7 @@ Admission admit(kvObject* errSlot, kvObject self, CollectPropData* data, kvObjec
         undoMaking();
         return Admission::Failed;
     }
+    if (auto* index = kova::props::NameIndex::existing(self)) index->placed(property, position);
     return Admission::Placed;
 }
 
@@ -228,23 +237,31 @@ void writeMember(kvObject* errSlot, kvObject stream, kvObject member) {
 }
 
 // Reads the collection frame from outside data, trusting none of it: every
-// length is checked against its buffer before a byte is read, and a stream
-// that ends early stops the reading with 3432.
+// length is checked against its buffer before a byte is read, a stream that
+// ends early stops the reading with 3432, and one that goes on past what one
+// read of saved data may take (kova::props::largestSavedRead, nested frames
+// and members' records included) stops it with 3443.
 class FrameReader {
   public:
     FrameReader(kvObject* errSlot, kvObject self, kvObject stream)
         : errSlot(errSlot), self(self), stream(stream) {}
 
-    // True when exactly `count` bytes were read.
+    // True when exactly `count` bytes were read. Past the bound, false and
+    // 3443 (raised once).
     bool tryRead(void* buffer, size_t count) {
         if (count == 0) return true;
+        if (!kova::props::takeFromSavedRead(count)) {
+            if (!overrun) kova::raiseError(errSlot, self, CollectPropClass, 3443);
+            overrun = true;
+            return false;
+        }
         return kvSendMeth(errSlot, stream, "Read", buffer, count) == static_cast<kvResult>(count);
     }
 
-    // Exactly `count` bytes, or false with 3432.
+    // Exactly `count` bytes, or false with 3432 (3443 past the bound).
     bool read(void* buffer, size_t count) {
         if (tryRead(buffer, count)) return true;
-        kova::raiseError(errSlot, self, CollectPropClass, 3432);
+        if (!overrun) kova::raiseError(errSlot, self, CollectPropClass, 3432);
         return false;
     }
 
@@ -285,6 +302,7 @@ class FrameReader {
     kvObject* errSlot;
     kvObject self;
     kvObject stream;
+    bool overrun = false; // the bound on the read was reached
 };
 
 bool isPropertyClass(kvClass cls) {
@@ -354,8 +372,7 @@ KV_METHOD(CollectProp, objTerm) {
         for (kvResult i = 0; i < count; ++i)
             if (kvObject member = memberAt(quiet.get(), data->collection, i))
                 unsubscribe(self, member);
-        kvDelObject(errSlot, data->collection);
-        data->collection = nullptr;
+        deleteCollection(errSlot, self, data);
     }
     return kvSendParentMethNA(errSlot, CollectPropClass, self, "objTerm", args);
 }
@@ -366,9 +383,9 @@ KV_METHOD(CollectProp, objTerm) {
 KV_METHOD(CollectProp, addProperty) {
     const kvObject property = objectArg(args, 0);
     if (!property) return 0;
-    const Admission admission = admit(errSlot, self, dataOf(instData), property, [&](kvObject c) {
-        return kvSendMeth(errSlot, c, "addObject", property) != 0;
-    });
+    const Admission admission =
+        admit(errSlot, self, dataOf(instData), property, -1,
+              [&](kvObject c) { return kvSendMeth(errSlot, c, "addObject", property) != 0; });
     return admission == Admission::Placed ? 0 : -1;
 }
 
@@ -379,9 +396,9 @@ KV_METHOD(CollectProp, insertProperty) {
     const kvObject property = objectArg(args, 0);
     const kvArg index = kvArgAt(args, 1);
     if (!property) return kova::raiseError(errSlot, self, CollectPropClass, 3443);
-    const Admission admission = admit(errSlot, self, dataOf(instData), property, [&](kvObject c) {
-        return kvSendMeth(errSlot, c, "insertObject", property, index) != 0;
-    });
+    const Admission admission = admit(
+        errSlot, self, dataOf(instData), property, static_cast<int32_t>(index),
+        [&](kvObject c) { return kvSendMeth(errSlot, c, "insertObject", property, index) != 0; });
     if (admission == Admission::Placed) return 1;
     return admission == Admission::BadName ? -1 : 0;
 }
@@ -394,6 +411,7 @@ KV_METHOD(CollectProp, delProperty) {
     if (!property || !data->collection) return 0;
     if (!kvSendMeth(errSlot, data->collection, "deleteObject", property)) return 0;
     unsubscribe(self, property);
+    if (auto* index = kova::props::NameIndex::existing(self)) index->removed(property);
     return 1;
 }
 
@@ -411,13 +429,21 @@ KV_METHOD(CollectProp, setCurrentByName) {
         kova::raiseError(errSlot, self, CollectPropClass, 3442);
         return -1;
     }
-    const kvResult count = kvSendMeth(errSlot, data->collection, "getCount");
-    for (kvResult i = 0; i < count; ++i) {
-        const kvObject member = memberAt(errSlot, data->collection, i);
-        if (!member) continue;
-        const char* memberName = nameOf(errSlot, member);
-        if (memberName && sameName(memberName, name))
-            return kvSendMeth(errSlot, data->collection, "setIndex", i);
+    using kova::props::NameIndex;
+    NameIndex* index = NameIndex::prepared(self, data->collection);
+    const NameIndex::Match match =
+        index ? index->find(name) : NameIndex::Match{NameIndex::Outcome::Unsure, nullptr, -1};
+    if (match.outcome == NameIndex::Outcome::Found)
+        return kvSendMeth(errSlot, data->collection, "setIndex", match.position);
+    if (match.outcome == NameIndex::Outcome::Unsure) {
+        const kvResult count = kvSendMeth(errSlot, data->collection, "getCount");
+        for (kvResult i = 0; i < count; ++i) {
+            const kvObject member = memberAt(errSlot, data->collection, i);
+            if (!member) continue;
+            const char* memberName = nameOf(errSlot, member);
+            if (memberName && kova::props::namesMatch(memberName, name))
+                return kvSendMeth(errSlot, data->collection, "setIndex", i);
+        }
     }
     kova::raiseError(errSlot, self, CollectPropClass, 3454, name, kvClassName(self->cls));
     return -1;
@@ -524,7 +550,11 @@ KV_METHOD(CollectProp, getPropCollect) {
 KV_METHOD(CollectProp, OnWillChangeName) {
     const char* newName = stringArg(args, 3);
     if (isBlank(newName) || !dataOf(instData)->collection) return 0;
-    if (!lookUp(self, newName)) return 0;
+    if (!lookUp(self, newName)) {
+        if (auto* index = kova::props::NameIndex::existing(self))
+            index->renaming(objectArg(args, 0));
+        return 0;
+    }
     kova::raiseError(errSlot, self, CollectPropClass, 3465, newName);
     return renameVeto;
 }
@@ -561,14 +591,16 @@ KV_METHOD(CollectProp, writeToStream) {
 // rule is the one saved data has always been read by and is kept as it
 // stands. An entry that is read names a member by its name; the member reads
 // its own record. Reading stops with 3432 when the stream ends early, 3443
-// for a class-name length of 128 or more or a class that is not a property
-// class already known. Answers 0.
+// for a class-name length of 128 or more, a class that is not a property
+// class already known, more than 32767 entries, or more bytes than one read
+// of saved data may take. Answers 0.
 KV_METHOD(CollectProp, readFromStream) {
     (void)instData;
     const kvObject stream = objectArg(args, 0);
     if (!stream || readDepth >= nestingLimit)
         return kova::raiseError(errSlot, self, CollectPropClass, 3443);
     const NestingLevel level(readDepth);
+    const kova::props::SavedReadScope scope;
     FrameReader reader(errSlot, self, stream);
     uint8_t magic[4];
     if (!reader.tryRead(magic, sizeof magic)) return 0;
@@ -576,8 +608,9 @@ KV_METHOD(CollectProp, readFromStream) {
         magic[0] | magic[1] << 8 | magic[2] << 16 | static_cast<uint32_t>(magic[3]) << 24;
     if (value != streamMagic) return 0;
     char className[classNameBufferSize];
-    while (reader.readClassName(className)) {
+    for (int entries = 0; reader.readClassName(className); ++entries) {
         if (std::strcmp(className, endMarker) != 0) return 0;
+        if (entries == mostEntries) return kova::raiseError(errSlot, self, CollectPropClass, 3443);
         if (!restoreMember(errSlot, self, stream, reader, className)) return 0;
     }
     return 0;

@@ -114,6 +114,93 @@ TEST_F(CollectPropTest, LookUpsLeaveTheCursorWhereItWas) {
     EXPECT_EQ(cursor(props), 1);
 }
 
+TEST_F(CollectPropTest, ALookUpByNameAsksNoMoreMembersForTheirNamesAsTheCollectionGrows) {
+    kvObject props = collection();
+    constexpr int members = 2000;
+    std::vector<kvObject> counted;
+    for (int i = 0; i < members; ++i) {
+        const std::string name = "Member" + std::to_string(i);
+        counted.push_back(make("CountedName", 0, nullptr, name.c_str(), 1, 0));
+        ASSERT_EQ(add(props, counted.back()), 0);
+    }
+    auto nameCalls = [&] {
+        kvResult total = 0;
+        for (kvObject member : counted)
+            total += kvSendMeth(nullptr, member, "getNameCalls");
+        return total;
+    };
+    // Adding asked each member about as often as a constant number of times.
+    EXPECT_LT(nameCalls(), 10 * members);
+
+    const kvResult before = nameCalls();
+    EXPECT_EQ(byName(props, "MEMBER1999"), counted[1999]);
+    EXPECT_EQ(byName(props, "member0"), counted[0]);
+    EXPECT_EQ(byName(props, "Member2000"), nullptr);
+    EXPECT_EQ(takeError(), 3454);
+    EXPECT_LE(nameCalls() - before, 4);
+}
+
+TEST_F(CollectPropTest, LookUpsFollowInsertionsRemovalsAndRenames) {
+    kvObject props = collection();
+    kvObject a = intProp("a"), b = intProp("b"), c = intProp("c"), d = intProp("d");
+    for (kvObject p : {a, b, c})
+        add(props, p);
+    auto indexOf = [&](const char* name) {
+        return kvSendMeth(&error, props, "setCurrentByName", name);
+    };
+    EXPECT_EQ(indexOf("C"), 2);
+
+    EXPECT_EQ(kvSendMeth(&error, props, "insertProperty", d, 0), 1);
+    EXPECT_EQ(indexOf("d"), 0);
+    EXPECT_EQ(indexOf("c"), 3);
+    EXPECT_EQ(kvSendMeth(&error, props, "delProperty", b), 1);
+    EXPECT_EQ(indexOf("c"), 2);
+    EXPECT_EQ(indexOf("B"), -1);
+    EXPECT_EQ(takeError(), 3454);
+
+    // A rename is seen under the new name, and the old one is free.
+    kvSendMeth(&error, a, "setName", "Alpha");
+    EXPECT_EQ(indexOf("alpha"), 1);
+    EXPECT_EQ(indexOf("a"), -1);
+    EXPECT_EQ(takeError(), 3454);
+    EXPECT_EQ(add(props, intProp("A")), 0);
+    EXPECT_EQ(indexOf("a"), 3);
+
+    // A rename that a later subscriber vetoes leaves the old name in force.
+    listen(c, "OnWillChangeName", 200);
+    kvSendMeth(&error, c, "setName", "Gamma");
+    EXPECT_EQ(nameOf(c), "c");
+    EXPECT_EQ(indexOf("c"), 2);
+    EXPECT_EQ(indexOf("gamma"), -1);
+    EXPECT_EQ(takeError(), 3454);
+}
+
+TEST_F(CollectPropTest, MembersPlacedBehindTheCollectionsBackAreFoundAndTheFirstMatchWins) {
+    kvObject props = collection();
+    kvObject first = intProp("Width"), second = intProp("Height");
+    add(props, first);
+    add(props, second);
+    EXPECT_EQ(byName(props, "height"), second);
+    const auto members = reinterpret_cast<kvObject>(kvSendMeth(&error, props, "getPropCollect"));
+
+    // Straight into the Collection, a second "Height" before the first.
+    kvObject early = intProp("HEIGHT");
+    EXPECT_EQ(kvSendMeth(&error, members, "insertObject", early, 0), 1);
+    EXPECT_EQ(byName(props, "Height"), early);
+    kvObject late = intProp("Depth");
+    EXPECT_EQ(kvSendMeth(&error, members, "addObject", late), 1);
+    EXPECT_EQ(byName(props, "depth"), late);
+
+    // Once the earlier one is gone, the later one of the name is found.
+    EXPECT_EQ(kvSendMeth(&error, members, "deleteObject", early), 1);
+    EXPECT_EQ(byName(props, "Height"), second);
+    EXPECT_EQ(kvSendMeth(&error, members, "deleteObject", first), 1);
+    EXPECT_EQ(kvSendMeth(&error, members, "insertObject", first, 2), 1);
+    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "width"), 2);
+    EXPECT_EQ(kvSendMeth(&error, props, "setCurrentByName", "depth"), 1);
+    EXPECT_EQ(takeError(), 0);
+}
+
 TEST_F(CollectPropTest, ACollectionWithoutMembersYetAnswersQuietlyOrWith3442) {
     kvObject props = collection();
     for (const char* quiet : {"getPropCollect", "getPropCount", "getCurrent", "getCurrentIndex"})
@@ -195,6 +282,24 @@ TEST_F(CollectPropTest, MembersOutliveACollectionThatDoesNotOwnThem) {
     add(owner, kvNewObject(&error, "IntProp", 1, nullptr, "x", 1, 0));
     add(owner, kvNewObject(&error, "StrProp", "text", nullptr, "y", 2, 0));
     kvDelObject(&error, owner);
+}
+
+TEST_F(CollectPropTest, DeletingACollectionNestedThirtyThousandDeepEndsEveryLevel) {
+    // Each collection owns the next; the innermost one is watched.
+    kvObject outer = kvNewObject(&error, "CollectProp", 1, nullptr, "Level0", 0, 0);
+    kvObject level = outer;
+    for (int depth = 1; depth < 30000; ++depth) {
+        const std::string name = "Level" + std::to_string(depth);
+        kvObject inner = kvNewObject(&error, "CollectProp", 1, nullptr, name.c_str(), 0, 0);
+        ASSERT_EQ(add(level, inner), 0);
+        level = inner;
+    }
+    kvObject watcher = listen(level, "OnTerm");
+    kvDelObject(&error, outer);
+    // Every level has ended (the leak checker sees any that did not) by the
+    // time the outermost deletion returns.
+    EXPECT_EQ(calls(watcher), 1);
+    EXPECT_EQ(takeError(), 0);
 }
 
 TEST_F(CollectPropTest, AForwardingMemberIsListenedToItself) {

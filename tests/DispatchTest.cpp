@@ -1,5 +1,6 @@
 // Sends by name: where a method is found, which instance data it gets, what
 // happens when nobody defines it, and how the per-class cache behaves.
+#include "kova/resources.h"
 #include "tests/KernelFixture.hpp"
 
 #include <cstring>
@@ -73,6 +74,32 @@ TEST_F(DispatchTest, NamesAreComparedOnTheirFirst32Bytes) {
     EXPECT_EQ(kvSendMeth(&error, wide, name), 7);
 }
 
+// A name of 32 bytes needs no terminator; every report of it shows those 32
+// bytes and reads no further.
+TEST_F(DispatchTest, AnUnterminatedNameOf32BytesIsReportedAsTheKernelReadsIt) {
+    struct {
+        char name[32];
+        char after[8];
+    } unterminated;
+    std::memset(unterminated.name, 'q', sizeof unterminated.name);
+    std::memcpy(unterminated.after, "TAIL", 5);
+    const std::string shown(32, 'q');
+
+    EXPECT_EQ(kvSendMeth(&error, make("Shape", 3), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    EXPECT_EQ(kvSendClMeth(&error, kvRegisterClass("Shape"), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    EXPECT_EQ(kvSendMeth(&error, make("Forw", make("Shape", 3)), unterminated.name), 0);
+    EXPECT_EQ(errorMessage(error), "An unimplemented method " + shown + " was sent to class Shape");
+    EXPECT_EQ(takeError(), 3427);
+    kvSendMeth(&error, nullptr, unterminated.name);
+    ASSERT_EQ(shownMessages().size(), 1u);
+    EXPECT_EQ(shownMessages()[0].text,
+              "An attempt was made to send method " + shown + " to a null object reference.");
+}
+
 TEST_F(DispatchTest, AddingAClassTwiceKeepsTheFirstAndNamesOf20CharactersAreRefused) {
     const kvClass shape = kvRegisterClass("Shape");
     kvMethodTable empty{0, nullptr};
@@ -112,6 +139,37 @@ TEST_F(DispatchTest, ClassWhoseLibraryLacksAProcedureIsNotAdded) {
                                0),
               0u)
         << shown.text;
+    // The library named is the class's own, which has no resources of its own.
+#ifdef _WIN32
+    const std::string library = "TESTSHP.DLL.\n";
+#else
+    const std::string library = "/libtestshp.so.\n";
+#endif
+    ASSERT_GE(shown.text.size(), library.size());
+    EXPECT_EQ(shown.text.substr(shown.text.size() - library.size()), library) << shown.text;
+}
+
+// The names the kernel looks up in a class library, and the library's own
+// references to them, resolve inside that library, never in the kernel it
+// depends on, which exports the same kinds of names.
+TEST_F(DispatchTest, AClassLibrarysOwnNamesResolveInsideIt) {
+    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("ErrTexts", "ERRTEXTS.DLL"), 1);
+    kvObject texts = make("ErrTexts");
+    ASSERT_NE(texts, nullptr);
+    const auto* first =
+        reinterpret_cast<const char*>(kvSendMeth(&error, texts, "ownResourceName", 0));
+    ASSERT_FALSE(KV_RESOURCE_IS_ID(first)) << "the kernel's table, whose first name is a number";
+    EXPECT_STREQ(first, "ERRTEXTS");
+
+    // The library does not define "registerForw"; the kernel does.
+    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("Forw", "ERRTEXTS.DLL"), 1);
+    kvProc registerProc = nullptr;
+    EXPECT_EQ(kvLoadClassLibrary("Forw", &registerProc), nullptr);
+    EXPECT_EQ(registerProc, nullptr);
+    ASSERT_FALSE(shownMessages().empty());
+    EXPECT_EQ(shownMessages().back().text, "Failure to find procedure registerForw in DLL "
+                                           "ERRTEXTS.DLL.");
+    kvTableRemoveEntry_CLASSLOCATION("Forw");
 }
 
 } // namespace

@@ -90,6 +90,32 @@ TEST_F(ErrorObjectTest, FiftiethLiveErrorTrimsOldStacksNeverTheNewest) {
     clearErrors(fiftieth);
 }
 
+// One stack in use holds every error: it is never trimmed, however long, and
+// keeps the rule while its top errors are deleted; once an error is raised
+// into another slot, the old stack is trimmed whole.
+TEST_F(ErrorObjectTest, ALongStackInUseIsKeptUntilAnotherSlotIsUsed) {
+    for (int i = 0; i < 60; ++i)
+        kvSendMeth(&error, shape, "error", "Shape", 3443);
+    for (int i = 0; i < 5; ++i)
+        kvSendMeth(&error, error, "deleteTopError");
+    kvObject bottom = error;
+    while (next(bottom))
+        bottom = next(bottom);
+    EXPECT_NE(kvSendMeth(nullptr, bottom, "getPrevGCObj"), 0);
+
+    kvObject other = nullptr;
+    kvSendMeth(&other, shape, "error", "Shape", 3429); // the stack in use is still the newest
+    EXPECT_NE(kvSendMeth(nullptr, bottom, "getPrevGCObj"), 0);
+    kvSendMeth(&other, shape, "error", "Shape", 3429);
+    for (kvObject e = error; e; e = next(e)) {
+        EXPECT_EQ(kvSendMeth(nullptr, e, "getPrevGCObj"), 0);
+        EXPECT_EQ(kvSendMeth(nullptr, e, "getNextGCObj"), 0);
+    }
+    EXPECT_EQ(next(error), nullptr) << "a trimmed stack is unlinked, error by error";
+    EXPECT_NE(kvSendMeth(nullptr, other, "getNextGCObj"), 0);
+    clearErrors(other);
+}
+
 TEST_F(ErrorObjectTest, ErrorRaisedWhileAnErrorIsBeingMadeIsRefusedNotNested) {
     kvSendMeth(&error, shape, "error", "Shape", 3443); // every lookup is cached now
     clearErrors(error);

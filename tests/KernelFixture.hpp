@@ -1,7 +1,8 @@
 // The tests' fixtures. KernelTest: a started kernel for each test, with the
-// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL" and "TESTSGL.DLL" in the
-// class location table, every message box captured instead of shown, an error
-// slot, and the objects the test makes deleted after it. FileTest: for the
+// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL", "TESTSGL.DLL" and
+// "TESTLNK.DLL" in the class location table, every message box captured
+// instead of shown, an error slot, and the objects the test makes deleted
+// after it. FileTest: for the
 // tables that live in files, without a kernel; the files are removed after
 // the test.
 #pragma once
@@ -25,6 +26,10 @@ struct MessageBox {
     std::string caption;
     unsigned style;
 };
+
+// The folder of this test program's registry store and INI files
+// (kvSetRegistryStore, kvSetProfileFolder), removed when the tests end.
+const std::filesystem::path& settingsFolder();
 
 // Message boxes shown since the current test began.
 std::vector<MessageBox>& shownMessages();

@@ -143,14 +143,69 @@ TEST_F(NotifyTest, BadArgumentsAre3443AndEventNamesEndAt25Characters) {
 TEST_F(NotifyTest, OutOfMemoryIs3429AndLeavesNoHalfMadeEvent) {
     kvObject l = listener();
     kvRegisterClass("KOVAErr");
-    for (long failAt = 0; failAt < 2; ++failAt) {
-        kvDebugFailAllocOnce(failAt);
-        EXPECT_EQ(kvAddNotification(&error, shape, "OnStore", l, "onEvent", 1), -1);
-        kvDebugFailAllocAfter(-1);
-        EXPECT_EQ(errorMessage(error), "Out of memory");
-        EXPECT_EQ(takeError(), 3429);
-        EXPECT_EQ(shape->events, nullptr);
-    }
+    const int failures = failEachAllocation(
+        [&] { return kvAddNotification(&error, shape, "OnStore", l, "onEvent", 1) == 1; },
+        [&] {
+            EXPECT_EQ(errorMessage(error), "Out of memory");
+            EXPECT_EQ(takeError(), 3429);
+            EXPECT_EQ(shape->events, nullptr);
+        });
+    EXPECT_GE(failures, 3); // the event, its end record, the subscriber
+    EXPECT_EQ(kvDeleteNotification(&error, shape, "OnStore", l, "onEvent"), 1);
+}
+
+// A subscriber deleted without unsubscribing leaves every list it was in, so
+// no later firing sends to freed memory.
+TEST_F(NotifyTest, ADeletedSubscriberLeavesItsNotifiersLists) {
+    kvObject other = make("Shape", 4);
+    kvObject gone = kvNewObject(&error, "Listener");
+    kvObject stays = listener();
+    kvAddNotification(&error, shape, "OnStore", gone, "onEvent", 1);
+    kvAddNotification(&error, shape, "OnTerm", gone, "onOther", 1);
+    kvAddNotification(&error, shape, "OnStore", stays, "onEvent", 2);
+    kvAddNotification(&error, other, "OnStore", gone, "onEvent", 1);
+    kvAddNotification(&error, other, "OnStore", gone, "onOther", 2);
+    kvDelObject(&error, gone);
+    EXPECT_EQ(other->events, nullptr);
+    EXPECT_FALSE(other->flags & KV_OBJ_HAS_EVENTS);
+    kvFireNotification(&error, shape, "OnStore");
+    kvFireNotification(&error, shape, "OnTerm");
+    kvFireNotification(&error, other, "OnStore");
+    EXPECT_EQ(calls(stays), 1);
+    EXPECT_EQ(kvDeleteNotification(&error, shape, "OnStore", stays, "onEvent"), 1);
+}
+
+TEST_F(NotifyTest, ASubscriberDeletedMidFiringIsSkippedThenRemoved) {
+    kvObject later = kvNewObject(&error, "Listener");
+    kvObject deleter = listener(0, 2, later);
+    kvObject last = listener();
+    kvAddNotification(&error, shape, "OnStore", deleter, "onEvent", 1);
+    kvAddNotification(&error, shape, "OnStore", later, "onEvent", 2);
+    kvAddNotification(&error, shape, "OnStore", last, "onEvent", 3);
+    kvFireNotification(&error, shape, "OnStore");
+    EXPECT_EQ(calls(last), 1);
+    EXPECT_FALSE(shape->flags & KV_OBJ_NEEDS_CLEANING);
+    EXPECT_EQ(kvDeleteNotification(&error, shape, "OnStore", deleter, "onEvent"), 0);
+    EXPECT_EQ(kvDeleteNotification(&error, shape, "OnStore", last, "onEvent"), 1);
+}
+
+// Clearing follows the rule of deletion: the event being fired keeps its
+// records, skipped from then on, until its firing ends.
+TEST_F(NotifyTest, ClearingTheNotifierMidFiringSkipsTheRestAndFreesAfterwards) {
+    kvObject clearer = listener(0, 4);
+    kvObject after = listener();
+    kvAddNotification(&error, shape, "OnStore", clearer, "onEvent", 1);
+    kvAddNotification(&error, shape, "OnStore", after, "onEvent", 2);
+    kvAddNotification(&error, shape, "OnTerm", after, "onOther", 1);
+    kvFireNotification(&error, shape, "OnStore");
+    EXPECT_EQ(calls(clearer), 1);
+    EXPECT_EQ(calls(after), 0);
+    EXPECT_EQ(shape->events, nullptr);
+    kvFireNotification(&error, shape, "OnStore");
+    kvFireNotification(&error, shape, "OnTerm");
+    EXPECT_EQ(calls(clearer) + calls(after), 1);
+    // The subscribers hold nothing on the shape any more.
+    EXPECT_EQ(kvDeleteNotification(&error, shape, "OnStore", after, "onEvent"), -1);
 }
 
 TEST_F(NotifyTest, FreeingAnObjectClearsItsLists) {

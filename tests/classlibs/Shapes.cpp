@@ -4,13 +4,16 @@
 //   Square (Polygon)  side; overrides "area" and "getSides" (which asks its parent)
 //   Listener (Object) a subscriber that records what it is sent
 //   Broken (Object)   lists a method whose procedure the library lacks
+//   CountedName (IntProp) counts how often it is asked for its name
+//   Endless (Stream)  a stream that never ends: it delivers a pattern, then
+//                     the pattern from a given offset on, over and over
 #include "kova/kernel.h"
 
 #include <cstring>
 
 namespace {
 
-kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass;
+kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, CountedNameClass, EndlessClass;
 
 // A class's slice starts wherever its ancestors' data ends (Object owns the
 // first 2 bytes), so instance data is declared packed.
@@ -29,13 +32,24 @@ struct ListenerData {
     int32_t mode;          // what "onEvent" does besides counting
     kvObject deleteTarget; // object deleted in mode "deleteObject"
 };
+struct CountedNameData {
+    int32_t nameCalls; // "getName" sends received
+};
+struct EndlessData {
+    const uint8_t* pattern; // the caller's bytes, delivered in turn
+    uint32_t length;        // of the pattern
+    uint32_t repeatFrom;    // where the pattern starts again after its end
+    uint32_t at;            // next byte of the pattern
+    uint64_t delivered;     // bytes read so far
+};
 #pragma pack(pop)
 
 enum ListenerMode : int32_t {
     justCount = 0,
     unsubscribeSelf = 1, // deletes its own subscription to the event it receives
     deleteNotifier = 2,  // tries to delete the notifier
-    fireAgain = 3        // fires the same event on the same notifier again
+    fireAgain = 3,       // fires the same event on the same notifier again
+    clearNotifier = 4    // clears every list of the notifier (kvClearNotifications)
 };
 
 KV_METHOD_TABLE(shapeMethods,                    //
@@ -58,6 +72,15 @@ KV_METHOD_TABLE(listenerMethods,              //
                 kova::method("getCalls", 0),  //
                 kova::method("onEvent", 0),   //
                 kova::method("onOther", 0));
+KV_METHOD_TABLE(countedNameMethods,         //
+                kova::method("getName", 0), //
+                kova::method("getNameCalls", 0));
+KV_METHOD_TABLE(endlessMethods,                  //
+                kova::method("Read", 2),         //
+                kova::method("Seek", 2),         //
+                kova::method("Write", 2),        //
+                kova::method("getDelivered", 0), //
+                kova::method("objInit", 3));
 KV_METHOD_TABLE(brokenMethods, //
                 kova::method("missingProcedure", 0));
 
@@ -162,6 +185,9 @@ KV_METHOD(Listener, onEvent) {
     case fireAgain:
         kvFireNotification(errSlot, notifier, event);
         break;
+    case clearNotifier:
+        kvClearNotifications(notifier);
+        break;
     default:
         break;
     }
@@ -171,6 +197,59 @@ KV_METHOD(Listener, onEvent) {
 KV_METHOD(Listener, onOther) {
     (void)errSlot, (void)self, (void)args;
     ++static_cast<ListenerData*>(instData)->calls;
+    return 0;
+}
+
+KV_METHOD(CountedName, getName) {
+    ++static_cast<CountedNameData*>(instData)->nameCalls;
+    return kvSendParentMethNA(errSlot, CountedNameClass, self, "getName", args);
+}
+
+KV_METHOD(CountedName, getNameCalls) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<CountedNameData*>(instData)->nameCalls;
+}
+
+// (buffer, count): fills the buffer whole, whatever the count.
+KV_METHOD(Endless, Read) {
+    (void)errSlot, (void)self;
+    auto* endless = static_cast<EndlessData*>(instData);
+    auto* buffer = reinterpret_cast<uint8_t*>(kvArgAt(args, 0));
+    const auto count = static_cast<uint32_t>(kvArgAt(args, 1));
+    if (!endless->length) return 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        buffer[i] = endless->pattern[endless->at];
+        if (++endless->at == endless->length) endless->at = endless->repeatFrom;
+    }
+    endless->delivered += count;
+    return count;
+}
+
+KV_METHOD(Endless, Seek) {
+    (void)errSlot, (void)self, (void)instData, (void)args;
+    return 0;
+}
+
+KV_METHOD(Endless, Write) {
+    (void)errSlot, (void)self, (void)instData;
+    return kvArgAt(args, 1);
+}
+
+// Saturates rather than wraps on a 32-bit host.
+KV_METHOD(Endless, getDelivered) {
+    (void)errSlot, (void)self, (void)args;
+    const uint64_t delivered = static_cast<EndlessData*>(instData)->delivered;
+    return delivered > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<kvResult>(delivered);
+}
+
+// (pattern, length, repeat-from offset, ...)
+KV_METHOD(Endless, objInit) {
+    const kvArgs rest = kvArgsAfter(args, 3);
+    kvSendParentMethNA(errSlot, EndlessClass, self, "objInit", &rest);
+    auto* endless = static_cast<EndlessData*>(instData);
+    endless->pattern = reinterpret_cast<const uint8_t*>(kvArgAt(args, 0));
+    endless->length = static_cast<uint32_t>(kvArgAt(args, 1));
+    endless->repeatFrom = static_cast<uint32_t>(kvArgAt(args, 2));
     return 0;
 }
 
@@ -204,4 +283,18 @@ KV_REGISTER(Listener) {
 KV_REGISTER(Broken) {
     if (!kvRegisterClass("Object")) return nullptr;
     return kvAddClass("Broken", "Object", 0, 0, brokenMethods.get(), noMethods.get());
+}
+
+KV_REGISTER(CountedName) {
+    if (!kvRegisterClass("IntProp")) return nullptr;
+    CountedNameClass = kvAddClass("CountedName", "IntProp", sizeof(CountedNameData), 0,
+                                  countedNameMethods.get(), noMethods.get());
+    return CountedNameClass;
+}
+
+KV_REGISTER(Endless) {
+    if (!kvRegisterClass("Stream")) return nullptr;
+    EndlessClass = kvAddClass("Endless", "Stream", sizeof(EndlessData), 0, endlessMethods.get(),
+                              noMethods.get());
+    return EndlessClass;
 }
