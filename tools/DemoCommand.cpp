@@ -5,9 +5,10 @@
 // recognised text into the TIFF file the scanner wrote, saves the scanner's
 // settings and restores them into a fresh component, and reports.
 #include "tools/Command.hpp"
-#include "tools/DemoHost.hpp"
+#include "tools/demo/Host.hpp"
 
 #include "kova/classloc.h"
+#include "kova/component.h"
 #include "kova/host.h"
 #include "kova/kernel.h"
 #include "kova/match.h"
@@ -234,14 +235,16 @@ bool Demo::stamp() {
     if (host_.pages().empty()) return true;
     const kvObject tiff = kvNewObject(&error_, "TiffTag");
     if (!tiff) return failWithErrors("the TIFF tag store could not be made");
-    bool done = kvSendMeth(&error_, tiff, "openTIFF", options_.output.c_str()) > 0;
+    bool done = kvSendMeth(&error_, tiff, "openTIFF", options_.output.c_str(), 1) == 1;
     for (size_t i = 0; done && i < host_.pages().size(); ++i) {
         const std::string& text = host_.pages()[i].recognized;
-        done = kvSendMeth(&error_, tiff, "selectIFD", static_cast<kvArg>(i)) > 0 &&
+        done = kvSendMeth(&error_, tiff, "setCurIndex", static_cast<kvArg>(i)) >= 0 &&
                kvSendMeth(&error_, tiff, "addTag", 270, 2, static_cast<kvArg>(text.size() + 1),
-                          text.c_str()) > 0;
+                          text.c_str()) >= 0;
     }
-    if (done) done = kvSendMeth(&error_, tiff, "closeTIFF") > 0;
+    if (done) kvSendMeth(&error_, tiff, "flushIFDs");
+    kvSendMeth(&error_, tiff, "closeTIFF");
+    done = done && !error_;
     kvDelObject(nullptr, tiff);
     return done ||
            failWithErrors("the recognised text could not be stamped into " + options_.output);
@@ -331,7 +334,7 @@ int runDemo(int argc, char** argv) {
 
     std::error_code problem;
     if (!fs::is_regular_file(options.ini, problem))
-        return command.fail("the protocol table " + quoted(options.ini) +
+        return command.fail("the protocol table " + kova::tools::quoted(options.ini) +
                             " is missing (give one with --ini)");
 
     PrivateStore store;
@@ -356,7 +359,7 @@ int runDemo(int argc, char** argv) {
     if (!MatchInit(options.ini.c_str()) ||
         !kvRegistryGetValue("KOVA\\Protocols\\Scan", personality, sizeof personality) ||
         !*personality) {
-        command.fail("the protocol table " + quoted(options.ini) +
+        command.fail("the protocol table " + kova::tools::quoted(options.ini) +
                      " does not map the protocols Scan and Recognize");
     } else {
         Demo demo(options);

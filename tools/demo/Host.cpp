@@ -1,5 +1,5 @@
 // The host side of `kova demo` (see DemoHost.hpp).
-#include "tools/DemoHost.hpp"
+#include "tools/demo/Host.hpp"
 
 #include "kova/errdialog.h"
 #include "kova/host.h"
