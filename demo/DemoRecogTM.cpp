@@ -34,7 +34,7 @@ constexpr const char* imageLinkName = "ImageData";
 KV_METHOD_TABLE(recogMethods, kova::method("OnLinked", 1), kova::method("OnUnlinked", 1),
                 kova::method("objInit", 0), kova::method("objTerm", 0),
                 kova::method("pageArrived", 2), kova::method("recognizeSingle", 1),
-                kova::method("setup", 0));
+                kova::method("registerProperties", 1), kova::method("setup", 0));
 KV_EMPTY_METHOD_TABLE(recogClassMethods);
 
 kvObject property(kvObject self, const char* name) {
@@ -101,7 +101,7 @@ std::string readRegion(kvObject link, int32_t kind) {
 KV_METHOD(DemoRecogTM, objInit) {
     kvSendParentMethNA(errSlot, DemoRecogTMClass, self, "objInit", args);
     static_cast<DemoRecogTMData*>(instData)->state = new (std::nothrow) RecogState;
-    const kvObject regions = kvNewObject(errSlot, "DemoRegionList", 1, self, "RegionList", 30, 0);
+    const kvObject regions = kvNewObject(errSlot, "CollectProp", 1, self, "Form", 30, 0);
     if (!regions) return 0;
     kvSendMeth(errSlot, self, "addProperty", regions);
     const char* names[] = {"Barcode", "PageNumber"};
@@ -174,6 +174,17 @@ KV_METHOD(DemoRecogTM, recognizeSingle) {
     state->text +=
         std::string(name ? name : "Region") + '=' + readRegion(property(self, imageLinkName), kind);
     return 1;
+}
+
+// (FQN): besides the recognition data, the component offers its form as the
+// "RegionList" service, so that its own "RegionSource" (or another
+// recognizer's) can link to the regions to read.
+KV_METHOD(DemoRecogTM, registerProperties) {
+    (void)instData;
+    kvSendParentMethNA(errSlot, DemoRecogTMClass, self, "registerProperties", args);
+    if (const kvObject form = property(self, "Form"))
+        kvSendMeth(errSlot, self, "addService", "RegionList", self, kvArgAt(args, 0), form);
+    return errSlot && *errSlot ? 0 : 1;
 }
 
 KV_METHOD(DemoRecogTM, setup) {

@@ -1,13 +1,11 @@
-// The demo recognizer's form: DemoRegion, one area of a page to read (the bar
-// code or the digit field, whose place on a page of a given size PageLayout
-// knows), and DemoRegionList, the linked region list through which the
-// recognition base walks them.
+// DemoRegion: one area of a page that the demo recognizer reads (the bar code
+// or the digit field, whose place on a page of a given size PageLayout knows).
+// The recognizer keeps its regions in a property collection, its form.
 #include "kova/kernel.h"
 
 namespace {
 
 kvClass DemoRegionClass;
-kvClass DemoRegionListClass;
 
 #pragma pack(push, 1)
 struct DemoRegionData {
@@ -16,7 +14,6 @@ struct DemoRegionData {
 #pragma pack(pop)
 
 KV_METHOD_TABLE(regionMethods, kova::method("getKind", 0), kova::method("objInit", 0));
-KV_METHOD_TABLE(regionListMethods, kova::method("isLinked", 0));
 KV_EMPTY_METHOD_TABLE(noClassMethods);
 
 } // namespace
@@ -34,23 +31,9 @@ KV_METHOD(DemoRegion, getKind) {
     return static_cast<DemoRegionData*>(instData)->kind;
 }
 
-// The list stands for a region source that is always there: it holds the
-// regions of the demo's one form.
-KV_METHOD(DemoRegionList, isLinked) {
-    (void)errSlot, (void)self, (void)instData, (void)args;
-    return 1;
-}
-
 KV_REGISTER(DemoRegion) {
     if (!kvRegisterClass("Property")) return nullptr;
     DemoRegionClass = kvAddClass("DemoRegion", "Property", sizeof(DemoRegionData), 0,
                                  regionMethods.get(), noClassMethods.get());
     return DemoRegionClass;
-}
-
-KV_REGISTER(DemoRegionList) {
-    if (!kvRegisterClass("CollectProp")) return nullptr;
-    DemoRegionListClass = kvAddClass("DemoRegionList", "CollectProp", 0, 0, regionListMethods.get(),
-                                     noClassMethods.get());
-    return DemoRegionListClass;
 }

@@ -48,7 +48,7 @@ const kova::tools::Command command{
 
 // The demo library's classes, for the class location table.
 constexpr const char* demoClasses[] = {"DemoErr",        "DemoRecogPM", "DemoRecogTM", "DemoRegion",
-                                       "DemoRegionList", "DemoScanPM",  "DemoScanTM"};
+                                       "DemoScanPM",  "DemoScanTM"};
 constexpr const char* demoLibrary = "DEMOSCAN.DLL";
 constexpr const char* scannerFQN = "DemoScanner";
 constexpr const char* recognizerFQN = "DemoRecognizer";
@@ -210,6 +210,8 @@ bool Demo::scan(unsigned& scanned) {
 
     if (options_.link) {
         store(recognizer_, "ImageDataSource", reinterpret_cast<kvArg>(scannerFQN));
+        // The regions to read: the recognizer's own form.
+        store(recognizer_, "RegionSource", reinterpret_cast<kvArg>(recognizerFQN));
         const kvObject link = reinterpret_cast<kvObject>(
             kvSendMeth(&error_, recognizer_.technology, "findPropertyByName", "ImageData"));
         linked_ = link && kvSendMeth(&error_, link, "isLinked");
