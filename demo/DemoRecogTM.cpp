@@ -85,7 +85,12 @@ std::string readRegion(kvObject link, int32_t kind) {
     std::string text = "?";
     if (view.bits && (bitsPerPixel == 1 || bitsPerPixel == 8)) {
         const int firstPixel = area.left * bitsPerPixel / 8 * 8 / bitsPerPixel;
-        const demo::Rect local{area.left - firstPixel, 0, area.right - firstPixel, view.height};
+        // The copy's first and last bytes of each row are masked (for grey
+        // images the mask falls on whole pixels): the bar code is read inside
+        // them; the digits are sampled well inside their cells anyway.
+        const int inset = kind == 0 ? 1 : 0;
+        const demo::Rect local{area.left - firstPixel + inset, 0,
+                               area.right - firstPixel - inset, view.height};
         if (kind == 0) {
             if (auto value = demo::readBarcode(view, local)) text = std::to_string(*value);
         } else if (auto digits = demo::readDigits(view, local)) {

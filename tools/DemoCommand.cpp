@@ -253,16 +253,26 @@ bool Demo::stamp() {
 }
 
 // Saves the scanner's settings to a stream and reads them into a fresh
-// scanner; answers how many of them came back equal.
+// scanner; answers how many of them came back equal. Each setting travels as
+// its own property record: a saved property collection restores no members
+// (its reader stops at the first entry that is not the end marker).
 unsigned Demo::saveAndRestore() {
+    static constexpr const char* names[] = {"PageCount", "Seed", "ColorMode", "Resolution",
+                                            "Compression"};
     const kvObject stream = kvNewObject(&error_, "MemStream", 0, 0);
     if (!stream) return 0;
-    kvSendMeth(&error_, scanner_.technology, "persist", stream);
+    auto propertyOf = [&](const Component& component, const char* name) {
+        return reinterpret_cast<kvObject>(
+            kvSendMeth(&error_, component.technology, "findPropertyByName", name));
+    };
+    for (const char* name : names)
+        kvSendMeth(&error_, propertyOf(scanner_, name), "writeToStream", stream);
     unsigned equal = 0;
-    if (make(restored_, "Scan", "DemoScanner.restored")) {
+    if (!error_ && make(restored_, "Scan", "DemoScanner.restored")) {
         kvSendMeth(&error_, stream, "Rewind");
-        kvSendMeth(&error_, restored_.technology, "unpersist", stream);
-        for (const char* name : {"PageCount", "Seed", "ColorMode", "Resolution", "Compression"})
+        for (const char* name : names)
+            kvSendMeth(&error_, propertyOf(restored_, name), "readFromStream", stream);
+        for (const char* name : names)
             equal += kvSendMeth(nullptr, scanner_.technology, "fetchProperty", name) ==
                      kvSendMeth(nullptr, restored_.technology, "fetchProperty", name);
     }
