@@ -128,6 +128,14 @@ void discardErrorsAbove(kvObject* errSlot, kvObject mark) {
         kvSendMeth(errSlot, *errSlot, "deleteTopError");
 }
 
+kvObject findPropertyQuietly(kvObject component, const char* name) {
+    kvObject own = nullptr;
+    const auto found =
+        reinterpret_cast<kvObject>(kvSendMeth(&own, component, "findPropertyByName", name));
+    discardErrorsAbove(&own, nullptr);
+    return found;
+}
+
 void writeFlags(kvObject* errSlot, kvObject self, kvObject stream) {
     writeInt16(errSlot, stream, static_cast<int16_t>(self->flags));
 }

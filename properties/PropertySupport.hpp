@@ -133,6 +133,23 @@ class SavedReadScope {
 bool takeFromSavedRead(size_t count);
 // What the read under way may still take.
 size_t savedReadLeft();
+// Runs `step` with the caller's slot, or with one of its own when the caller
+// gave none (whose errors are then deleted); answers whether no error is
+// pending in that slot afterwards: the "1 when no error is pending" answer of
+// several methods.
+template <typename Step> bool noErrorPendingAfter(kvObject* errSlot, Step step) {
+    kvObject own = nullptr;
+    kvObject* slot = errSlot ? errSlot : &own;
+    step(slot);
+    const bool clean = *slot == nullptr;
+    discardErrorsAbove(&own, nullptr);
+    return clean;
+}
+
+// The property of that name held by a component ("findPropertyByName"), or
+// null. A component without it is an ordinary case, not an error: whatever
+// the look-up raises is deleted.
+kvObject findPropertyQuietly(kvObject component, const char* name);
 
 // ---- saved records ----
 // Every writer sends the stream's own integer and byte methods, so errors of

@@ -18,6 +18,7 @@ constexpr Subcommand subcommands[] = {
     {"classes", "the running class tree, with methods on request", kova::tools::runClasses},
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
+    {"image", "show a BMP file as an image; promote, demote, crop, merge", kova::tools::runImage},
     {"match", "the protocol table: import, export, show; make a component", kova::tools::runMatch},
     {"registry", "list, get, set and delete registry keys", kova::tools::runRegistry},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
