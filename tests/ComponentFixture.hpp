@@ -15,7 +15,7 @@ namespace kova::test {
 struct HostEvent {
     kvArg control;
     int32_t event;
-    std::vector<kvArg> slots; // the first eight further slots
+    std::vector<kvArg> slots; // the further slots the event carries
     std::string message;      // the message of an error event
 };
 
@@ -44,7 +44,12 @@ class ComponentTest : public KernelTest {
     }
     static int32_t host(kvArg control, int32_t event, const kvArg* arguments) {
         HostEvent seen{control, event, {}, {}};
-        for (int i = 0; i < 8 && arguments; ++i)
+        // Only the slots the event carries (the tests' own events carry two).
+        const int carried = event == KV_EVENT_ERROR_REPORTING  ? 7
+                            : event == KV_EVENT_ERROR_REPORTED ? 6
+                            : event == KV_EVENT_DISPLAY_NAME   ? 1
+                                                               : 2;
+        for (int i = 0; i < carried && arguments; ++i)
             seen.slots.push_back(arguments[i]);
         if ((event == KV_EVENT_ERROR_REPORTING || event == KV_EVENT_ERROR_REPORTED) && arguments[1])
             seen.message = reinterpret_cast<const char*>(arguments[1]);
