@@ -16,8 +16,12 @@ constexpr Subcommand subcommands[] = {
     {"classes", "the running class tree, with methods on request", kova::tools::runClasses},
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
+    {"match", "the protocol table: import, export, show; make a component", kova::tools::runMatch},
+    {"registry", "list, get, set and delete registry keys", kova::tools::runRegistry},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
+    {"tiff", "show a TIFF file's directories and tags, edit them in place", kova::tools::runTiff},
+    {"version", "version-control settings; check a library's versions", kova::tools::runVersion},
 };
 
 void printUsage(FILE* out) {
