@@ -48,21 +48,22 @@ typedef struct kvResource {
     size_t size;      /**< number of bytes */
 } kvResource;
 
+#if defined(__GNUC__) && !defined(_WIN32)
+#define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
+#else
+#define KV__RESOURCE_SECTION
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 /** The module's own resource table, for a module that defines one with
  * KV_MODULE_RESOURCES. A module's references to it reach its own table even
- * though every module exports one under this name. */
-extern KV_EXPORT const kvResource kvModuleResources[];
+ * though every module exports one under this name. The declaration names the
+ * table's section as its definition does, which clang requires. */
+extern KV_EXPORT KV__RESOURCE_SECTION const kvResource kvModuleResources[];
 #ifdef __cplusplus
 }
-#endif
-
-#if defined(__GNUC__) && !defined(_WIN32)
-#define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
-#else
-#define KV__RESOURCE_SECTION
 #endif
 /** Defines the module's table: `KV_MODULE_RESOURCES = { {...}, ..., {0, 0, 0, 0} };`
  * Every module exports its table under the one name; a table in a section of

@@ -14,7 +14,7 @@ endif()
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
 execute_process(
-  COMMAND ${EMULATOR} ${KOVA} shell ${options} ${SCRIPT}
+  COMMAND ${EMULATOR} ${KOVA} --settings ${WORK} shell ${options} ${SCRIPT}
   WORKING_DIRECTORY ${WORK}
   OUTPUT_VARIABLE output ERROR_VARIABLE output
   RESULT_VARIABLE status)
@@ -27,8 +27,9 @@ foreach(text output expected)
   string(REGEX REPLACE "0x[0-9a-fA-F]+" "0x?" ${text} "${${text}}")
 endforeach()
 if(NOT output STREQUAL expected)
+  file(WRITE ${WORK}/expected.out "${expected}")
   file(WRITE ${WORK}/actual.out "${output}")
-  execute_process(COMMAND diff -u ${expected_file} ${WORK}/actual.out)
+  execute_process(COMMAND diff -u ${WORK}/expected.out ${WORK}/actual.out)
   message(FATAL_ERROR "the transcript differs from ${expected_file} "
                       "(what the shell printed is in ${WORK}/actual.out)")
 endif()

@@ -1,0 +1,421 @@
+// RawImage: the depth table, photometric changes, the promotions with their
+// kept quirks, demotion through the colour reducer, DIB export and import
+// (and hostile DIBs), palette remapping and merging.
+#include "tests/ImageFixture.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <vector>
+
+namespace kova::test {
+namespace {
+
+using RawImageTest = ImageTest;
+
+TEST_F(RawImageTest, CreationFollowsTheDepthTableAndRefusesOthers) {
+    kvObject grey = make("RawImage", 10, 3, 8, 1, nullptr, "g", 0, 0);
+    EXPECT_EQ(get(grey, "getImageWidth"), 0);
+    EXPECT_EQ(get(grey, "getImageByteSize"), 30);
+    EXPECT_EQ(get(grey, "getPhotoMetricInterp"), KV_PHOTOMETRIC_PALETTE);
+    EXPECT_EQ(get(grey, "getPaletteSize"), 256);
+
+    kvObject rgb444 = make("RawImage", 8, 2, 4, 3, nullptr, "c", 0, 0);
+    EXPECT_EQ(get(rgb444, "getBitsPerPixel"), 16);
+    EXPECT_EQ(get(rgb444, "getPhotoMetricInterp"), KV_PHOTOMETRIC_RGB);
+    EXPECT_EQ(get(rgb444, "getPalettePointer"), 0);
+
+    make("RawImage", 4, 4, 2, 1, nullptr, "bad", 0, 0);
+    EXPECT_EQ(errorMessage(error), "Invalid numerical input; Parameter BitsPerPixel = 2");
+    EXPECT_EQ(takeError(), 3479);
+    make("RawImage", 0, 4, 1, 1, nullptr, "bad", 0, 0);
+    EXPECT_EQ(errorMessage(error), "Invalid numerical input; Parameter BytesPerLine = 0");
+    EXPECT_EQ(takeError(), 3479);
+    make("RawImage", 40000, 4, 1, 1, nullptr, "bad", 0, 0); // wider than the 16-bit field
+    EXPECT_EQ(takeError(), 3479);
+    make("RawImage", 4, -1, 1, 1, nullptr, "bad", 0, 0);
+    EXPECT_EQ(takeError(), 3479);
+}
+
+TEST_F(RawImageTest, CreationWithoutMemoryReportsItAndKeepsNoBlock) {
+    make("RawImage", 4, 4, 8, 1, nullptr, "registers the class", 0, 0);
+    failEachAllocation(
+        [&] {
+            kvObject raw = kvNewObject(&error, "RawImage", 4, 4, 8, 1, nullptr, "x", 0, 0);
+            const bool done = raw && !error;
+            if (!done) {
+                const int32_t code = takeError();
+                EXPECT_TRUE(code == 0 || code == 3426 || code == 3429) << code;
+            }
+            kvDelObject(nullptr, raw);
+            return done;
+        },
+        [] {});
+    // The palette is the last block made: without it the pixels go too, and
+    // the palette depth's photometric value stays.
+    const unsigned long before = kvDebugAllocCount();
+    kvDelObject(nullptr, kvNewObject(&error, "RawImage", 4, 4, 8, 1, nullptr, "x", 0, 0));
+    kvDebugFailAllocOnce(long(kvDebugAllocCount() - before) - 1);
+    kvObject raw = make("RawImage", 4, 4, 8, 1, nullptr, "x", 0, 0);
+    EXPECT_EQ(takeError(), 3429);
+    EXPECT_EQ(get(raw, "getImageDataPointer"), 0);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_PALETTE);
+}
+
+TEST_F(RawImageTest, BilevelPhotometricChangeFlipsEveryByteIncludingSlack) {
+    kvObject raw = image(3, 2, 1, 1, 9); // 2 bytes of pixels and 1 of slack a row
+    row(raw, 0)[0] = 0x0F;
+    EXPECT_EQ(kvSendMeth(&error, raw, "setPhotoMetricInterp", 0), 1);
+    EXPECT_EQ(row(raw, 0)[0], 0x0F);
+    kvSendMeth(&error, raw, "setPhotoMetricInterp", 1);
+    EXPECT_EQ(row(raw, 0)[0], 0xF0);
+    EXPECT_EQ(row(raw, 1)[2], 0xFF);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), 1);
+}
+
+TEST_F(RawImageTest, PaletteImagesGetAGreyRampOnlyWhenTheyWereGrey) {
+    kvObject four = image(2, 1, 4, 1, 4);
+    palette(four)[3] = {9, 9, 9};
+    kvSendMeth(&error, four, "setPhotoMetricInterp", 1); // from 3: palette kept
+    EXPECT_EQ(palette(four)[3].red, 9u);
+    kvSendMeth(&error, four, "setPhotoMetricInterp", 0); // from 1: ascending ramp
+    EXPECT_EQ(palette(four)[3].red, 51u);
+    EXPECT_EQ(palette(four)[15].blue, 255u);
+}
+
+TEST_F(RawImageTest, ColourPhotometricChangeSwapsRedAndBlueOfEachPixel) {
+    kvObject raw = image(7, 1, 8, 3, 2);
+    const uint8_t rgb[7] = {1, 2, 3, 4, 5, 6, 7};
+    std::memcpy(row(raw, 0), rgb, 7);
+    kvSendMeth(&error, raw, "setPhotoMetricInterp", KV_PHOTOMETRIC_BGR);
+    EXPECT_EQ(std::vector<uint8_t>(row(raw, 0), row(raw, 0) + 7),
+              (std::vector<uint8_t>{3, 2, 1, 6, 5, 4, 7}));
+    kvSendMeth(&error, raw, "setPhotoMetricInterp", 3); // only the field changes
+    EXPECT_EQ(row(raw, 0)[0], 3);
+}
+
+TEST_F(RawImageTest, PromotionAnswersOneForTheSameDepthAndZeroForALowerOne) {
+    kvObject raw = image(4, 1, 8, 1, 4);
+    EXPECT_EQ(kvSendMeth(&error, raw, "promoteImage", 8, 3), 1);
+    EXPECT_EQ(kvSendMeth(&error, raw, "promoteImage", 4, 3), 0);
+    EXPECT_EQ(get(raw, "getBitsPerPixel"), 8);
+}
+
+TEST_F(RawImageTest, OneBitPromotionCarriesTheSlackAndPutsEvenPixelsHigh) {
+    kvObject raw = image(3, 1, 1, 1, 10); // 2 bytes of pixels and 1 of slack
+    row(raw, 0)[0] = 0b1010'0000;
+    kvSendMeth(&error, raw, "setPhotoMetricInterp", 1); // now 0b0101'1111 ...
+    kvSendMeth(&error, raw, "promoteImage", 4, 3);
+    EXPECT_EQ(get(raw, "getBytesPerLine"), 5 + 1);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_PALETTE);
+    EXPECT_EQ(row(raw, 0)[0], 0x01); // pixel 0 (bit 0) high, pixel 1 (bit 1) low
+    EXPECT_EQ(row(raw, 0)[2], 0x11);
+    EXPECT_EQ(palette(raw)[0].red, 0u); // black is zero: entry 0 black
+    EXPECT_EQ(palette(raw)[1].red, 255u);
+    EXPECT_EQ(palette(raw)[2].red, 0u);
+}
+
+TEST_F(RawImageTest, OneBitPromotionToColourFollowsThePhotometricValue) {
+    kvObject raw = image(1, 1, 1, 1, 2);
+    row(raw, 0)[0] = 0b1000'0000; // white is zero: pixel 0 black, pixel 1 white
+    kvSendMeth(&error, raw, "promoteImage", 24, 2);
+    EXPECT_EQ(std::vector<uint8_t>(row(raw, 0), row(raw, 0) + 6),
+              (std::vector<uint8_t>{0, 0, 0, 255, 255, 255}));
+    EXPECT_EQ(get(raw, "getBitsPerPixel"), 24);
+
+    kvObject sixteen = image(1, 1, 1, 1, 2);
+    row(sixteen, 0)[0] = 0xC0;
+    kvSendMeth(&error, sixteen, "promoteImage", 16, 2);
+    EXPECT_EQ(get(sixteen, "getBitsPerSample"), 4); // pixels left as allocated
+    EXPECT_EQ(row(sixteen, 0)[0] | row(sixteen, 0)[1] | row(sixteen, 0)[3], 0);
+}
+
+TEST_F(RawImageTest, FourBitPromotionReadsThePixelZeroFromTheLowNibble) {
+    kvObject raw = image(2, 1, 4, 1, 4);
+    row(raw, 0)[0] = 0x21;
+    row(raw, 0)[1] = 0x43;
+    palette(raw)[1] = {10, 20, 30};
+    palette(raw)[15] = {1, 1, 1};
+    kvSendMeth(&error, raw, "promoteImage", 8, 3);
+    EXPECT_EQ(std::vector<uint8_t>(row(raw, 0), row(raw, 0) + 4),
+              (std::vector<uint8_t>{1, 2, 3, 4}));
+    EXPECT_EQ(get(raw, "getPaletteSize"), 256);
+    EXPECT_EQ(palette(raw)[15].red, 1u);
+    EXPECT_EQ(palette(raw)[16].red, 0u);
+
+    kvObject colour = image(1, 1, 4, 1, 2);
+    row(colour, 0)[0] = 0x01;
+    palette(colour)[1] = {10, 20, 30};
+    kvSendMeth(&error, colour, "promoteImage", 24, 2);
+    EXPECT_EQ(std::vector<uint8_t>(row(colour, 0), row(colour, 0) + 3),
+              (std::vector<uint8_t>{10, 20, 30}));
+}
+
+TEST_F(RawImageTest, EightBitPromotionWritesThreeBytesAPixelEvenForSixteenBits) {
+    kvObject raw = image(2, 2, 8, 1, 2);
+    for (uint32_t i = 0; i < 4; ++i)
+        palette(raw)[i] = {i * 10 + 1, i * 10 + 2, i * 10 + 3};
+    row(raw, 0)[0] = 0, row(raw, 0)[1] = 1, row(raw, 1)[0] = 2, row(raw, 1)[1] = 3;
+    kvSendMeth(&error, raw, "promoteImage", 16, 2);
+    EXPECT_EQ(get(raw, "getBytesPerLine"), 4);
+    EXPECT_EQ(get(raw, "getPalettePointer"), 0);
+    // Row 0's six bytes ran into row 1, which was written over them.
+    EXPECT_EQ(std::vector<uint8_t>(pixels(raw), pixels(raw) + 8),
+              (std::vector<uint8_t>{1, 2, 3, 11, 21, 22, 23, 31}));
+}
+
+TEST_F(RawImageTest, SixteenBitPromotionWidensChannelsForRgbOnly) {
+    kvObject raw = image(2, 1, 4, 3, 1);
+    row(raw, 0)[0] = 0x5F, row(raw, 0)[1] = 0x0A; // channels A, 5, F
+    kvSendMeth(&error, raw, "promoteImage", 24, KV_PHOTOMETRIC_BGR);
+    EXPECT_EQ(std::vector<uint8_t>(row(raw, 0), row(raw, 0) + 3),
+              (std::vector<uint8_t>{255, 85, 170}));
+
+    kvObject five = image(2, 1, 5, 3, 1);
+    row(five, 0)[0] = 0x1F, row(five, 0)[1] = 0x7C; // 31, 0, 31
+    kvSendMeth(&error, five, "promoteImage", 24, 2);
+    EXPECT_EQ(std::vector<uint8_t>(row(five, 0), row(five, 0) + 3),
+              (std::vector<uint8_t>{255, 0, 255}));
+
+    kvObject other = image(2, 1, 4, 3, 1);
+    row(other, 0)[0] = 0xFF;
+    kvSendMeth(&error, other, "setPhotoMetricInterp", KV_PHOTOMETRIC_BGR);
+    kvSendMeth(&error, other, "promoteImage", 24, 2); // not converted: the scratch row
+    EXPECT_EQ(row(other, 0)[0], 0);
+    EXPECT_EQ(get(other, "getPhotoMetricInterp"), KV_PHOTOMETRIC_RGB);
+    EXPECT_EQ(kvSendMeth(&error, other, "_promote16BPP", 8, 2), 0);
+}
+
+TEST_F(RawImageTest, ConversionsRefuseAGeometryTheBufferDoesNotHold) {
+    kvObject raw = image(2, 2, 8, 1, 2);
+    kvSendMeth(&error, raw, "setImageHeight", 100);
+    EXPECT_EQ(kvSendMeth(&error, raw, "getDIB"), 0);
+    EXPECT_EQ(takeError(), 3522);
+    kvSendMeth(&error, raw, "setImageHeight", 2);
+    kvSendMeth(&error, raw, "setImageWidth", 3);
+    kvSendMeth(&error, raw, "promoteImage", 24, 2);
+    EXPECT_EQ(errorMessage(error), "Invalid value found in an attribute of a RawImage object. "
+                                   "Attribute name: ImageWidth; Value: 3.");
+    EXPECT_EQ(takeError(), 3522);
+    EXPECT_EQ(get(raw, "getBitsPerPixel"), 8);
+}
+
+TEST_F(RawImageTest, GetDIBWritesTheHeaderTableAndBottomUpRows) {
+    kvObject raw = image(3, 2, 8, 1, 3);
+    kvSendMeth(&error, raw, "setXResolution", 300);
+    kvSendMeth(&error, raw, "setYResolution", 200);
+    palette(raw)[1] = {10, 20, 30};
+    row(raw, 0)[0] = 1, row(raw, 1)[2] = 7;
+    Dib dib = Dib::read(reinterpret_cast<kvMemHandle>(get(raw, "getDIB")));
+    EXPECT_EQ(dib.header.biSize, 40u);
+    EXPECT_EQ(dib.header.biHeight, 2);
+    EXPECT_EQ(dib.header.biBitCount, 8);
+    EXPECT_EQ(dib.header.biClrUsed, 0u);
+    EXPECT_EQ(dib.header.biXPelsPerMeter, 11700);
+    EXPECT_EQ(dib.header.biYPelsPerMeter, 7800);
+    EXPECT_EQ(dib.table[1].rgbBlue, 30);
+    EXPECT_EQ(dib.table[1].rgbRed, 10);
+    EXPECT_EQ(dib.row(0)[0], 1);
+    EXPECT_EQ(dib.row(1)[2], 7);
+    EXPECT_EQ(dib.bits.size(), 8u);
+
+    kvObject colour = image(6, 1, 8, 3, 2);
+    row(colour, 0)[0] = 1, row(colour, 0)[2] = 3;
+    Dib bgr = Dib::read(reinterpret_cast<kvMemHandle>(get(colour, "getDIB")));
+    EXPECT_EQ(bgr.bits[0], 3); // RGB rows swapped to the DIB's order
+    EXPECT_EQ(bgr.bits[2], 1);
+
+    kvObject bilevel = image(1, 1, 1, 1, 8);
+    kvSendMeth(&error, bilevel, "setPhotoMetricInterp", 1);
+    Dib oneBit = Dib::read(reinterpret_cast<kvMemHandle>(get(bilevel, "getDIB")));
+    EXPECT_EQ(oneBit.table[0].rgbRed, 255); // white first whatever the photometric value
+    EXPECT_EQ(oneBit.table[1].rgbRed, 0);
+}
+
+TEST_F(RawImageTest, SetDIBTakesRowsPaletteAndResolution) {
+    Dib dib = Dib::make(3, 2, 24);
+    dib.header.biXPelsPerMeter = 11811;
+    dib.header.biYPelsPerMeter = 11700;
+    dib.row(0)[0] = 9, dib.row(1)[8] = 4;
+    kvObject raw = image(1, 1, 1, 1, 1);
+    kvSendMeth(&error, raw, "setRotation", 90);
+    EXPECT_EQ(kvSendMeth(&error, raw, "setDIB", dib.handle()), 1);
+    EXPECT_EQ(get(raw, "getXResolution"), 301);
+    EXPECT_EQ(get(raw, "getYResolution"), 298);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_BGR);
+    EXPECT_EQ(get(raw, "getBytesPerLine"), 9);
+    EXPECT_EQ(get(raw, "getRotation"), 0);
+    EXPECT_EQ(row(raw, 0)[0], 9);
+    EXPECT_EQ(row(raw, 1)[8], 4);
+
+    Dib grey = Dib::make(2, 1, 8, 256);
+    grey.header.biClrUsed = 2; // a short table: the rest of the palette is black
+    grey.table.resize(2);
+    grey.table[1] = {1, 2, 3, 0};
+    EXPECT_EQ(kvSendMeth(&error, raw, "setDIB", grey.handle()), 1);
+    EXPECT_EQ(get(raw, "getPaletteSize"), 256);
+    EXPECT_EQ(palette(raw)[1].red, 3u);
+    EXPECT_EQ(palette(raw)[2].red, 0u);
+
+    Dib bilevel = Dib::make(8, 1, 1, 2);
+    bilevel.table[0] = {255, 255, 255, 0};
+    kvSendMeth(&error, raw, "setDIB", bilevel.handle());
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_WHITE_IS_ZERO);
+}
+
+TEST_F(RawImageTest, HostileDIBsAreRefusedWithTheImageUnchanged) {
+    kvObject raw = image(2, 2, 8, 1, 2);
+    auto refuse = [&](const std::vector<uint8_t>& block, int32_t code, const char* name) {
+        kvMemHandle handle = Dib::handleOf(block);
+        EXPECT_EQ(kvSendMeth(&error, raw, "setDIB", handle), 0);
+        if (name) {
+            EXPECT_NE(errorMessage(error).find(name), std::string::npos) << name;
+        }
+        EXPECT_EQ(takeError(), code) << (name ? name : "no error");
+        kvGlobalFree(handle);
+        EXPECT_EQ(get(raw, "getImageWidth"), 2);
+    };
+    auto with = [](Dib dib, auto change) {
+        change(dib);
+        return dib.bytes();
+    };
+    const Dib good = Dib::make(4, 2, 8, 256);
+    refuse(with(good, [](Dib& d) { d.header.biWidth = 0; }), 3523, "Width");
+    refuse(with(good, [](Dib& d) { d.header.biHeight = 0; }), 3523, "Height");
+    refuse(with(good, [](Dib& d) { d.header.biHeight = -2; }), 3523, "Height");
+    refuse(with(good, [](Dib& d) { d.header.biBitCount = 32; }), 3523, "BitCount");
+    refuse(with(good, [](Dib& d) { d.header.biBitCount = 2; }), 0, nullptr);
+    refuse(with(good, [](Dib& d) { d.header.biWidth = 40000; }), 3523, "Width");
+    refuse(with(good, [](Dib& d) { d.header.biHeight = INT_MAX; }), 3523, "Height");
+    refuse(with(good, [](Dib& d) { d.header.biClrUsed = 0xFFFFFFFFu; }), 3493, "bits");
+    refuse(with(good, [](Dib& d) { d.header.biSize = 8; }), 3523, "HeaderSize");
+    refuse(with(good, [](Dib& d) { d.bits.resize(5); }), 3523, "ImageSize");
+    refuse({1, 2, 3}, 3523, "HeaderSize");
+    EXPECT_EQ(kvSendMeth(&error, raw, "setDIB", nullptr), 0);
+    EXPECT_EQ(takeError(), 3493);
+}
+
+TEST_F(RawImageTest, OlderHeadersHaveThreeByteColourEntries) {
+    std::vector<uint8_t> block(12 + 2 * 3 + 4);
+    const kvBitmapCoreHeader header{12, 3, 1, 1, 1};
+    std::memcpy(block.data(), &header, sizeof header);
+    block[12] = block[13] = block[14] = 255; // entry 0 white
+    block[18] = 0b0100'0000;
+    kvObject raw = image(1, 1, 1, 1, 1);
+    EXPECT_EQ(kvSendMeth(&error, raw, "setDIB", Dib::handleOf(block)), 1);
+    EXPECT_EQ(get(raw, "getImageWidth"), 3);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_WHITE_IS_ZERO);
+    EXPECT_EQ(row(raw, 0)[0], 0b0100'0000);
+}
+
+TEST_F(RawImageTest, DIBRoundTripKeepsEveryDepth) {
+    for (const auto& [bps, spp, width] : {std::tuple{1, 1, 13}, {4, 1, 5}, {8, 1, 7}, {8, 3, 5}}) {
+        const int32_t bytesPerLine = (width * bps * spp + 7) / 8;
+        kvObject raw = image(bytesPerLine, 3, bps, spp, width);
+        for (int32_t i = 0; i < bytesPerLine * 3; ++i)
+            pixels(raw)[i] = uint8_t(i * 37 + 11);
+        const bool paletted = bps * spp == 4 || bps * spp == 8;
+        if (paletted)
+            for (uint32_t i = 0; i < (1u << bps); ++i)
+                palette(raw)[i] = {i, 255 - i, i / 2};
+        const std::vector<uint8_t> before(pixels(raw), pixels(raw) + bytesPerLine * 3);
+        kvObject copy = image(1, 1, 1, 1, 1);
+        ASSERT_EQ(kvSendMeth(&error, copy, "setDIB", get(raw, "getDIB")), 1);
+        if (spp == 3) kvSendMeth(&error, copy, "setPhotoMetricInterp", KV_PHOTOMETRIC_RGB);
+        EXPECT_EQ(std::vector<uint8_t>(pixels(copy), pixels(copy) + bytesPerLine * 3), before)
+            << bps << "x" << spp;
+        if (paletted) {
+            EXPECT_EQ(palette(copy)[1].green, 254u);
+        }
+    }
+}
+
+TEST_F(RawImageTest, DemotionGoesThroughTheReducerAndRestoresOnFailure) {
+    kvObject raw = image(4, 2, 8, 1, 4);
+    for (uint32_t i = 0; i < 256; ++i)
+        palette(raw)[i] = {i, i, i};
+    row(raw, 0)[0] = 255, row(raw, 1)[3] = 200;
+    EXPECT_EQ(kvSendMeth(&error, raw, "demoteImage", 1, KV_PHOTOMETRIC_BLACK_IS_ZERO), 1);
+    EXPECT_EQ(get(raw, "getBitsPerPixel"), 1);
+    EXPECT_EQ(get(raw, "getPhotoMetricInterp"), KV_PHOTOMETRIC_BLACK_IS_ZERO);
+    EXPECT_EQ(row(raw, 0)[0] & 0xF0, 0x80); // the white pixel is a 1 when black is zero
+
+    EXPECT_EQ(kvSendMeth(&error, raw, "demoteImage", 1, KV_PHOTOMETRIC_WHITE_IS_ZERO), 1);
+    EXPECT_EQ(row(raw, 0)[0] & 0xF0, 0x70); // only the field changed: bytes complemented
+    EXPECT_EQ(kvSendMeth(&error, raw, "demoteImage", 8, 3), 0);
+
+    kvObject colour = image(6, 1, 8, 3, 2);
+    row(colour, 0)[0] = 200;
+    EXPECT_EQ(kvSendMeth(&error, colour, "demoteImage", 8, 3), 1);
+    EXPECT_EQ(get(colour, "getBitsPerPixel"), 8);
+    const kvPaletteEntry red = palette(colour)[row(colour, 0)[0]];
+    EXPECT_EQ(red.red, 200u); // two colours are kept exactly
+    EXPECT_EQ(red.green, 0u);
+
+    kvObject kept = image(6, 1, 8, 3, 2);
+    EXPECT_EQ(kvSendMeth(&error, kept, "demoteImage", 5, 3), 0); // no such depth
+    EXPECT_EQ(get(kept, "getBitsPerPixel"), 24);
+    EXPECT_EQ(get(kept, "getImageWidth"), 2);
+}
+
+TEST_F(RawImageTest, PaletteMappingTakesTheNearestAndTheLowestOnATie) {
+    kvObject raw = image(2, 1, 8, 1, 2);
+    palette(raw)[0] = {10, 10, 10};
+    palette(raw)[1] = {100, 0, 0};
+    for (int i = 2; i < 256; ++i)
+        palette(raw)[i] = {200, 200, 200};
+    row(raw, 0)[0] = 0, row(raw, 0)[1] = 1;
+    std::vector<kvPaletteEntry> target(256, kvPaletteEntry{250, 250, 250});
+    target[5] = {0, 10, 10};  // distance 10 from entry 0
+    target[7] = {20, 10, 10}; // also 10: the lower index wins
+    target[9] = {100, 0, 1};
+    EXPECT_EQ(kvSendMeth(&error, raw, "_mapImageToPalette", 8, target.data()), 0);
+    EXPECT_EQ(row(raw, 0)[0], 5);
+    EXPECT_EQ(row(raw, 0)[1], 9);
+    EXPECT_EQ(palette(raw)[7].red, 20u);
+    EXPECT_EQ(kvSendMeth(&error, raw, "_mapImageToPalette", 8, nullptr), 0);
+
+    kvObject four = image(1, 1, 4, 1, 2);
+    row(four, 0)[0] = 0x12;
+    for (uint32_t i = 0; i < 16; ++i)
+        palette(four)[i] = {i, 0, 0};
+    std::vector<kvPaletteEntry> reversed(16);
+    for (uint32_t i = 0; i < 16; ++i)
+        reversed[i] = {15 - i, 0, 0};
+    kvSendMeth(&error, four, "_mapImageToPalette", 4, reversed.data());
+    EXPECT_EQ(row(four, 0)[0], 0xED);
+}
+
+TEST_F(RawImageTest, MergeSplicesWholeBytesAtABitShiftAndConsumesTheSource) {
+    kvObject page = image(3, 2, 1, 1, 24);
+    std::memset(pixels(page), 0xFF, 6);
+    kvObject stamp = image(1, 1, 1, 1, 4);
+    row(stamp, 0)[0] = 0b0000'0000;
+    forget(stamp);
+    EXPECT_EQ(kvSendMeth(&error, page, "mergeBitmap", stamp, 3, 1, 0), 1);
+    EXPECT_EQ(row(page, 0)[0], 0xFF);
+    // Pixels 3 to 10 take the source's whole byte; the last byte is left.
+    EXPECT_EQ(row(page, 1)[0], 0b1110'0000);
+    EXPECT_EQ(row(page, 1)[1], 0b0001'1111);
+    EXPECT_EQ(row(page, 1)[2], 0xFF);
+
+    kvObject grey = image(4, 2, 8, 1, 4);
+    for (uint32_t i = 0; i < 256; ++i)
+        palette(grey)[i] = {i, i, i};
+    kvObject patch = image(2, 3, 8, 1, 2);
+    for (uint32_t i = 0; i < 256; ++i)
+        palette(patch)[i] = {255 - i, 255 - i, 255 - i};
+    row(patch, 0)[0] = 0, row(patch, 0)[1] = 255;
+    forget(patch);
+    EXPECT_EQ(kvSendMeth(&error, grey, "mergeBitmap", patch, 1, 1, 0), 1);
+    EXPECT_EQ(std::vector<uint8_t>(row(grey, 1), row(grey, 1) + 4),
+              (std::vector<uint8_t>{0, 255, 0, 0})); // remapped onto the page's palette
+
+    kvObject far = image(1, 1, 1, 1, 8);
+    forget(far);
+    EXPECT_EQ(kvSendMeth(&error, page, "mergeBitmap", far, -1, 0, 0), 0);
+    EXPECT_EQ(takeError(), 3493);
+}
+
+} // namespace
+} // namespace kova::test
