@@ -13,7 +13,10 @@
 // read as a line of its own); a line holding a NUL byte or any control
 // character other than a tab is rejected as binary data; text after the help
 // context is rejected. Lines are read through a fixed buffer, so memory use
-// does not depend on the input.
+// does not depend on the input. A file is read to at most `maxFileSize`
+// bytes, room for the 65535 messages a registration counts, each on a line of
+// the greatest length; a longer input (a device or a pipe that never ends, an
+// endless line) is not an error message file, and reading stops there.
 //
 // The parser and the readers are header-only so that the `kova errors`
 // command checks files with exactly the rules the registry applies.
@@ -32,6 +35,8 @@ namespace kova::errors {
 inline constexpr size_t maxLineLength = 510;      // characters, without the line ending
 inline constexpr size_t messageTextSize = 256;    // a stored text holds at most 255 characters
 inline constexpr size_t maxMessages = UINT16_MAX; // entries one registration can hold
+// Bytes an error message file may hold: 65535 lines of 510 characters and CR LF.
+inline constexpr size_t maxFileSize = maxMessages * (maxLineLength + 2);
 
 // Why a line was or was not taken.
 enum class LineVerdict {
@@ -158,14 +163,26 @@ constexpr LineVerdict parseErrorLine(std::string_view line, ErrorLine& out) {
     return LineVerdict::WellFormed;
 }
 
-// The bytes of an open stdio file, up to its end or a read error.
+// The bytes of an open stdio file, up to its end, a read error, or
+// `maxFileSize` bytes; `*tooLong` is set when the file goes on past them.
 class FileBytes {
   public:
-    explicit FileBytes(std::FILE* file) : file_(file) {}
-    int next() { return std::getc(file_); }
+    FileBytes(std::FILE* file, bool* tooLong) : file_(file), tooLong_(tooLong) {
+        *tooLong_ = false;
+    }
+    int next() {
+        if (read_ == maxFileSize) {
+            if (!*tooLong_ && std::getc(file_) != EOF) *tooLong_ = true;
+            return EOF;
+        }
+        ++read_;
+        return std::getc(file_);
+    }
 
   private:
     std::FILE* file_;
+    bool* tooLong_;
+    size_t read_ = 0;
 };
 
 // The bytes of a text in memory (a resource, or lines a library hands over).

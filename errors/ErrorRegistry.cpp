@@ -202,12 +202,15 @@ int registerModule(const Origin& origin, ReadMessages readMessages, uint16_t* ha
 
 // Reads the messages of an error message file into `messages`. A file that
 // opens but cannot be read (a directory, say) counts as one that cannot be
-// opened.
+// opened; one longer than an error message file can be (maxFileSize) is
+// refused as holding an invalid line.
 int readFileMessages(const char* fileName, MessageTable& messages) {
     std::FILE* file = std::fopen(fileName, "r");
     if (!file) return ERR_REG_CANT_OPEN_FILE;
-    int status = messages.addLinesOf(FileBytes(file));
+    bool tooLong = false;
+    int status = messages.addLinesOf(FileBytes(file, &tooLong));
     if (status == ERR_REG_OK && std::ferror(file)) status = ERR_REG_CANT_OPEN_FILE;
+    if (status == ERR_REG_OK && tooLong) status = ERR_REG_INVALID_LINE;
     std::fclose(file);
     return status;
 }

@@ -56,7 +56,8 @@ std::vector<Expected> expectedMessages() {
     std::FILE* file = std::fopen(scratchPath().c_str(), "r");
     require(file != nullptr);
     size_t previousLine = 0;
-    kova::errors::forEachLine(kova::errors::FileBytes(file), [&](const ErrorLine& line) {
+    bool tooLong = false;
+    kova::errors::forEachLine(kova::errors::FileBytes(file, &tooLong), [&](const ErrorLine& line) {
         require(line.lineNumber == previousLine + 1);
         previousLine = line.lineNumber;
         if (line.verdict != LineVerdict::WellFormed) return true;

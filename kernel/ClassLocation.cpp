@@ -8,6 +8,7 @@
 #include "kova/resources.h"
 #include "platform/Platform.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -258,13 +259,19 @@ struct FileContents {
 
 // Reads all of `file`, growing the block as the bytes arrive: the size the
 // file reports is not trusted, since it may be a device or a directory. False
-// on a read error or when memory is short.
+// on a read error, when memory is short, or when the file goes on past the
+// most entries a table holds (a pipe or a device may never end).
 bool readWholeFile(std::FILE* file, FileContents& contents) {
     for (;;) {
         if (contents.size == contents.capacity * entrySize) {
+            if (contents.capacity == KV_CLASSLOC_MAX_ENTRIES) {
+                unsigned char beyond;
+                return std::fread(&beyond, 1, 1, file) == 0 && !std::ferror(file);
+            }
             const size_t more = contents.capacity ? contents.capacity : firstGrowth;
-            const size_t capacity = grownCapacity(contents.capacity, more);
-            if (capacity == 0 || !resizeBlock(contents.block, capacity)) return false;
+            const size_t capacity =
+                std::min<size_t>(contents.capacity + more, KV_CLASSLOC_MAX_ENTRIES);
+            if (!resizeBlock(contents.block, capacity)) return false;
             contents.capacity = capacity;
         }
         auto* end = reinterpret_cast<unsigned char*>(contents.block.get()) + contents.size;
@@ -389,6 +396,11 @@ KV_API int kvTableGetKey_CLASSLOCATION2(size_t index, char* buffer, size_t size)
     if (!buffer) return 0;
     copyField(index < table.count ? table.entries[index].className : "", buffer, size);
     return index < table.count;
+}
+
+KV_API const char* kvTableGetLibrary_CLASSLOCATION(size_t index) {
+    if (index >= table.count) return nullptr;
+    return table.entries[index].libraryName;
 }
 
 KV_API void kvTableFree_CLASSLOCATION(void) {

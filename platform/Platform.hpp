@@ -25,6 +25,7 @@ char* duplicate(const char* text);          // heap copy, or null (also for a nu
 // Loads a class library by its table name ("KOVA32.DLL"); on failure returns
 // null and stores the system's error code in `*systemError`.
 kvModule loadLibrary(const char* name, long* systemError);
+// A procedure the module itself defines (never one of its dependencies'), or null.
 kvProc findProcedure(kvModule module, const char* name);
 void freeLibrary(kvModule module);
 // The file a loaded module came from, or an empty string.

@@ -185,6 +185,22 @@ TEST_F(ClassLocationTest, RefusedFilesLeaveTheTableAsItWas) {
               0);
 }
 
+// A table holds at most what a 16-bit count addresses; reading stops one byte
+// past that, so an input that never ends is refused too.
+TEST_F(ClassLocationTest, AFileLongerThanATableCanBeIsRefused) {
+    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("ScanTM", "KVSCAN32.DLL"), 1);
+    std::string largest(size_t{KV_CLASSLOC_MAX_ENTRIES} * 34, '\0');
+    for (size_t i = 0; i < largest.size(); i += 34)
+        largest[i] = 'C';
+    EXPECT_EQ(kvTableLoad_CLASSLOCATION(writeFile(largest + std::string(34, 'C')).c_str()), 0);
+#ifndef _WIN32
+    EXPECT_EQ(kvTableLoad_CLASSLOCATION("/dev/zero"), 0);
+#endif
+    EXPECT_EQ(keys(), std::vector<std::string>{"ScanTM"});
+    ASSERT_EQ(kvTableLoad_CLASSLOCATION(writeFile(largest).c_str()), 1);
+    EXPECT_EQ(kvTableGetCount_CLASSLOCATION(), size_t{KV_CLASSLOC_MAX_ENTRIES});
+}
+
 // The table's first block holds 250 entries; the 251st needs a larger one.
 TEST_F(ClassLocationTest, FailedGrowthLeavesTheTableAsItWas) {
     kvDebugFailAllocAfter(0);

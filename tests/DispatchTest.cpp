@@ -1,5 +1,6 @@
 // Sends by name: where a method is found, which instance data it gets, what
 // happens when nobody defines it, and how the per-class cache behaves.
+#include "kova/resources.h"
 #include "tests/KernelFixture.hpp"
 
 #include <cstring>
@@ -138,6 +139,37 @@ TEST_F(DispatchTest, ClassWhoseLibraryLacksAProcedureIsNotAdded) {
                                0),
               0u)
         << shown.text;
+    // The library named is the class's own, which has no resources of its own.
+#ifdef _WIN32
+    const std::string library = "TESTSHP.DLL.\n";
+#else
+    const std::string library = "/libtestshp.so.\n";
+#endif
+    ASSERT_GE(shown.text.size(), library.size());
+    EXPECT_EQ(shown.text.substr(shown.text.size() - library.size()), library) << shown.text;
+}
+
+// The names the kernel looks up in a class library, and the library's own
+// references to them, resolve inside that library, never in the kernel it
+// depends on, which exports the same kinds of names.
+TEST_F(DispatchTest, AClassLibrarysOwnNamesResolveInsideIt) {
+    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("ErrTexts", "ERRTEXTS.DLL"), 1);
+    kvObject texts = make("ErrTexts");
+    ASSERT_NE(texts, nullptr);
+    const auto* first =
+        reinterpret_cast<const char*>(kvSendMeth(&error, texts, "ownResourceName", 0));
+    ASSERT_FALSE(KV_RESOURCE_IS_ID(first)) << "the kernel's table, whose first name is a number";
+    EXPECT_STREQ(first, "ERRTEXTS");
+
+    // The library does not define "registerForw"; the kernel does.
+    ASSERT_EQ(kvTableInsertEntry_CLASSLOCATION("Forw", "ERRTEXTS.DLL"), 1);
+    kvProc registerProc = nullptr;
+    EXPECT_EQ(kvLoadClassLibrary("Forw", &registerProc), nullptr);
+    EXPECT_EQ(registerProc, nullptr);
+    ASSERT_FALSE(shownMessages().empty());
+    EXPECT_EQ(shownMessages().back().text, "Failure to find procedure registerForw in DLL "
+                                           "ERRTEXTS.DLL.");
+    kvTableRemoveEntry_CLASSLOCATION("Forw");
 }
 
 } // namespace

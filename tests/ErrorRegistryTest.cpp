@@ -5,6 +5,7 @@
 #include "tests/KernelFixture.hpp"
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -122,6 +123,21 @@ TEST_F(ErrorRegistryTest, HostileLinesAreSkippedWholeAndTheirNeighboursKept) {
     EXPECT_EQ(message(handle, 9), "after");
     EXPECT_EQ(ErrUnRegisterFile(handle), ERR_REG_OK);
 }
+
+#ifndef _WIN32
+// An input that never ends, an endless line or endless well-formed lines, is
+// read only as far as an error message file can reach, then refused.
+TEST_F(ErrorRegistryTest, InputThatNeverEndsIsRefusedAsInvalid) {
+    uint16_t handle = 0;
+    EXPECT_EQ(ErrRegisterFile("Zeros", "/dev/zero", nullptr, &handle), ERR_REG_INVALID_LINE);
+    std::FILE* lines = ::popen("yes '1 \"Endless\" 2'", "r");
+    ASSERT_NE(lines, nullptr);
+    const std::string path = "/dev/fd/" + std::to_string(::fileno(lines));
+    EXPECT_EQ(ErrRegisterFile("Lines", path.c_str(), nullptr, &handle), ERR_REG_INVALID_LINE);
+    ::pclose(lines);
+    EXPECT_EQ(handle, 0);
+}
+#endif
 
 TEST_F(ErrorRegistryTest, UnregisteringMovesTheLastRecordIntoTheGap) {
     const uint16_t a = registerText("A", "1 \"a\" 1\n");

@@ -4,11 +4,11 @@
 #include "kova/classloc.h"
 #include "tools/Command.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -55,25 +55,60 @@ struct Action {
     int (*run)(const Arguments& arguments);
 };
 
+constexpr size_t maxFileSize = size_t{KV_CLASSLOC_MAX_ENTRIES} * KV_CLASSLOC_ENTRY_SIZE;
+
+// Reads the file's bytes, at most one past the most a table file holds, so
+// that a device or a pipe that never ends is read only that far.
 bool readBytes(const char* path, std::vector<char>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), {});
-    return !in.bad();
+    std::FILE* file = std::fopen(path, "rb");
+    if (!file) return false;
+    bytes.resize(maxFileSize + 1);
+    size_t size = 0;
+    while (size < bytes.size()) {
+        const size_t arrived = std::fread(bytes.data() + size, 1, bytes.size() - size, file);
+        if (arrived == 0) break;
+        size += arrived;
+    }
+    const bool failed = std::ferror(file);
+    std::fclose(file);
+    bytes.resize(size);
+    return !failed;
 }
 
-// Why the kernel refused to load `path`, in words.
-std::string refusalReason(const char* path) {
+// The size of a regular file, or -1 for anything else (a pipe, a device).
+std::intmax_t regularFileSize(const char* path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) return -1;
+    const auto size = std::filesystem::file_size(path, error);
+    return error ? -1 : static_cast<std::intmax_t>(size);
+}
+
+// What is wrong with the size of a table file, or an empty string.
+std::string sizeFault(size_t size) {
+    if (size == 0) return "empty";
+    if (size > maxFileSize)
+        return "more than " + std::to_string(maxFileSize) + " bytes, the " +
+               std::to_string(KV_CLASSLOC_MAX_ENTRIES) + " entries a table holds at most";
+    if (size % KV_CLASSLOC_ENTRY_SIZE != 0)
+        return "size " + std::to_string(size) + " is not a multiple of " +
+               std::to_string(KV_CLASSLOC_ENTRY_SIZE);
+    return {};
+}
+
+// Why the kernel refused to load `path`, which had `sizeBefore` bytes when
+// the load began (-1 when it is not a regular file), in words.
+std::string refusalReason(const char* path, std::intmax_t sizeBefore) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) return "no such file";
     if (std::filesystem::is_directory(path, error)) return "a directory";
     std::vector<char> bytes;
     if (!readBytes(path, bytes)) return "cannot be read";
-    if (bytes.empty()) return "empty";
-    if (bytes.size() % KV_CLASSLOC_ENTRY_SIZE != 0)
-        return "size " + std::to_string(bytes.size()) + " is not a multiple of " +
-               std::to_string(KV_CLASSLOC_ENTRY_SIZE);
-    return "out of memory";
+    const auto sizeNow = static_cast<std::intmax_t>(bytes.size());
+    if (sizeBefore >= 0 && sizeNow != sizeBefore)
+        return "it changed while it was read (" + std::to_string(sizeBefore) + " bytes, then " +
+               std::to_string(sizeNow) + ")";
+    const std::string fault = sizeFault(bytes.size());
+    return fault.empty() ? "out of memory" : fault;
 }
 
 // Fills the kernel's table from `path`, or from its built-in table when
@@ -84,9 +119,35 @@ bool loadTable(const char* path) {
         command.fail("the built-in table could not be loaded");
         return false;
     }
+    const std::intmax_t sizeBefore = regularFileSize(path);
     if (kvTableLoad_CLASSLOCATION(path)) return true;
-    command.fail("cannot load " + quoted(path) + ": " + refusalReason(path));
+    command.fail("cannot load " + quoted(path) + ": " + refusalReason(path, sizeBefore));
     return false;
+}
+
+// A class name as the table orders it: letters folded, cut to its field.
+std::string foldedName(std::string name) {
+    for (char& c : name)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return name.substr(0, classNameLimit);
+}
+
+// Where the loaded table is out of order: the first entry that does not sort
+// after the one before it, or 0 when the table is sorted. The kernel finds
+// classes by halving, so in such a table look-ups can miss classes.
+size_t firstEntryOutOfOrder() {
+    for (size_t i = 1; i < kvTableGetCount_CLASSLOCATION(); ++i)
+        if (foldedName(kvTableGetKey_CLASSLOCATION(i)) <=
+            foldedName(kvTableGetKey_CLASSLOCATION(i - 1)))
+            return i;
+    return 0;
+}
+
+std::string disorderText(size_t index) {
+    return "the table is not sorted: entry " + std::to_string(index) + " " +
+           quoted(kvTableGetKey_CLASSLOCATION(index)) + " does not sort after entry " +
+           std::to_string(index - 1) + " " + quoted(kvTableGetKey_CLASSLOCATION(index - 1)) +
+           ", so the kernel's look-ups can miss classes";
 }
 
 bool saveTable(const char* path) {
@@ -103,25 +164,37 @@ void warnIfCut(const char* what, const char* name, size_t limit) {
 
 // ---- actions: each runs with the table freed on return ----
 
+// The rows as they lie, with a note when they are out of order.
 int listTable(const Arguments& arguments) {
     if (!loadTable(arguments.file)) return Failed;
     std::printf("%5s  %-20s  %s\n", "index", "class", "library");
-    char libraryName[KV_CLASSLOC_LIBRARY_SIZE];
-    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i) {
-        const char* className = kvTableGetKey_CLASSLOCATION(i);
-        kvTableFind_CLASSLOCATION2(className, libraryName, libraryNameLimit);
-        std::printf("%5zu  %-20s  %s\n", i, className, libraryName);
+    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i)
+        std::printf("%5zu  %-20s  %s\n", i, kvTableGetKey_CLASSLOCATION(i),
+                    kvTableGetLibrary_CLASSLOCATION(i));
+    if (const size_t index = firstEntryOutOfOrder()) {
+        std::fflush(stdout); // the note follows the rows
+        std::fprintf(stderr, "kova classloc: note: %s\n", disorderText(index).c_str());
     }
     return Success;
 }
 
+// The library the kernel's look-up finds. In a table out of order a class the
+// look-up misses may still be there: both are said.
 int findClass(const Arguments& arguments) {
     if (!loadTable(arguments.file)) return Failed;
-    const char* libraryName = kvTableFind_CLASSLOCATION(arguments.operands[0]);
-    if (!libraryName)
-        return command.fail("class " + quoted(arguments.operands[0]) + " is not in the table");
-    std::printf("%s\n", libraryName);
-    return Success;
+    const char* className = arguments.operands[0];
+    if (const char* libraryName = kvTableFind_CLASSLOCATION(className)) {
+        std::printf("%s\n", libraryName);
+        return Success;
+    }
+    const size_t disorder = firstEntryOutOfOrder();
+    if (!disorder) return command.fail("class " + quoted(className) + " is not in the table");
+    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i)
+        if (foldedName(kvTableGetKey_CLASSLOCATION(i)) == foldedName(className))
+            return command.fail("class " + quoted(className) + " is entry " + std::to_string(i) +
+                                ", but the kernel's look-up misses it: " + disorderText(disorder));
+    return command.fail("class " + quoted(className) + " is not in the table; " +
+                        disorderText(disorder));
 }
 
 int insertClass(const Arguments& arguments) {
@@ -162,12 +235,6 @@ int saveCopy(const Arguments& arguments) {
 std::string fieldText(const char* field, size_t size) {
     const std::string_view text(field, size);
     return std::string(text.substr(0, text.find('\0')));
-}
-
-std::string foldedName(std::string name) {
-    for (char& c : name)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return name.substr(0, classNameLimit);
 }
 
 // Prints one line per faulty entry; answers the number of faults.
@@ -212,10 +279,11 @@ int checkFile(const Arguments& arguments) {
         return command.fail("cannot read " + quoted(path));
     const size_t size = bytes.size();
     const size_t entries = size / KV_CLASSLOC_ENTRY_SIZE;
-    std::printf("%s: %zu bytes, %zu %s\n", path, size, entries, entries == 1 ? "entry" : "entries");
+    std::printf("%s: %s%zu bytes, %zu %s\n", path, size > maxFileSize ? "more than " : "",
+                std::min(size, maxFileSize), entries, entries == 1 ? "entry" : "entries");
     size_t faults = 0;
-    if (size == 0 || size % KV_CLASSLOC_ENTRY_SIZE != 0) {
-        std::printf("  %s\n", refusalReason(path).c_str());
+    if (const std::string fault = sizeFault(size); !fault.empty()) {
+        std::printf("  %s\n", fault.c_str());
         ++faults;
     } else {
         faults = reportEntryFaults(bytes);

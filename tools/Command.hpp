@@ -16,6 +16,7 @@ int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
 int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
+int runTiff(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".
 bool wantsHelp(int argc, char** argv);

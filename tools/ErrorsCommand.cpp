@@ -65,8 +65,9 @@ void reportLine(const char* path, const ErrorLine& line, std::vector<size_t>& fi
         std::printf("%s:%zu: %s\n", path, line.lineNumber, describeVerdict(line.verdict));
         return;
     }
-    if (++tally.messages > kova::errors::maxMessages)
-        std::printf("%s:%zu: warning: beyond the %zu messages a registration holds; ignored\n",
+    if (++tally.messages == kova::errors::maxMessages + 1)
+        std::printf("%s:%zu: warning: beyond the %zu messages a registration holds; this line and "
+                    "those after it are ignored\n",
                     path, line.lineNumber, kova::errors::maxMessages);
     if (line.text.size() >= kova::errors::messageTextSize)
         std::printf("%s:%zu: warning: message text of %zu characters is cut to %zu\n", path,
@@ -85,13 +86,19 @@ int checkFile(const char* path) {
     if (!file) return command.fail("cannot open " + quoted(path) + ": " + std::strerror(errno));
     std::vector<size_t> firstLineOf(65536, 0);
     CheckTally tally;
-    kova::errors::forEachLine(kova::errors::FileBytes(file), [&](const ErrorLine& line) {
+    bool tooLong = false;
+    kova::errors::forEachLine(kova::errors::FileBytes(file, &tooLong), [&](const ErrorLine& line) {
         reportLine(path, line, firstLineOf, tally);
         return true;
     });
     const bool unreadable = std::ferror(file);
     std::fclose(file);
     if (unreadable) return command.fail("cannot read " + quoted(path));
+    if (tooLong)
+        return command.fail(quoted(path) + " goes on past " +
+                            std::to_string(kova::errors::maxFileSize) +
+                            " bytes, more than an error message file holds (65535 lines of 512 "
+                            "bytes); reading stopped there");
     std::printf("%s: %zu lines, %zu messages, %zu malformed, %zu blank\n", path, tally.lines,
                 tally.messages, tally.malformed, tally.blank);
     return tally.malformed ? Failed : Success;

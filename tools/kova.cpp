@@ -19,6 +19,7 @@ constexpr Subcommand subcommands[] = {
     {"image", "show a BMP file as an image; promote, demote, crop, merge", kova::tools::runImage},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},
     {"stream", "decode a saved property collection, write a sample", kova::tools::runStream},
+    {"tiff", "show a TIFF file's directories and tags, edit them in place", kova::tools::runTiff},
 };
 
 void printUsage(FILE* out) {

@@ -18,7 +18,11 @@ enum {
     KV_CLASSLOC_CLASS_SIZE = 21,   /**< class name field: at most 20 characters */
     KV_CLASSLOC_LIBRARY_SIZE = 13, /**< library file field: an 8.3 name */
     KV_CLASSLOC_ENTRY_SIZE = 34,   /**< one entry, in the resource and the file */
-    KV_CLASSLOC_RESOURCE_ID = 104  /**< the kernel's user-data resource holding its table */
+    KV_CLASSLOC_RESOURCE_ID = 104, /**< the kernel's user-data resource holding its table */
+    /** The most entries a table file may hold: what a 16-bit count addresses.
+     * A longer file (2,228,190 bytes and more) is refused, and reading stops
+     * there, so a device or a pipe that never ends cannot fill the memory. */
+    KV_CLASSLOC_MAX_ENTRIES = 65535
 };
 
 /** One entry, exactly as it lies in the resource and the file. */
@@ -41,8 +45,10 @@ KV_API int GetKovaClassLocation(void);
 KV_API int SetKovaClassLocation(void);
 
 /** Replaces the table by the entries of a file (34-byte entries, no
- * header); a file that is empty or not a whole number of entries is refused
- * and the table kept. Answers 1 or 0. */
+ * header); a file that is empty, not a whole number of entries or longer than
+ * KV_CLASSLOC_MAX_ENTRIES entries is refused and the table kept. The entries
+ * are taken as they lie: a file that is not sorted loads, and look-ups in it
+ * may miss classes. Answers 1 or 0. */
 KV_API int kvTableLoad_CLASSLOCATION(const char* fileName);
 /** Writes the entries in use to a file, created or overwritten; 1 or 0. */
 KV_API int kvTableSave_CLASSLOCATION(const char* fileName);
@@ -64,6 +70,9 @@ KV_API const char* kvTableGetKey_CLASSLOCATION(size_t index);
 /** Copies the class name of entry `index` as kvTableFind_CLASSLOCATION2
  * copies a library name; 1, or 0 when out of range. */
 KV_API int kvTableGetKey_CLASSLOCATION2(size_t index, char* buffer, size_t size);
+/** The library name of entry `index`, or null when out of range: the rows of
+ * a table as they lie, whether or not it is sorted. */
+KV_API const char* kvTableGetLibrary_CLASSLOCATION(size_t index);
 /** Frees the entries; the table is then empty. */
 KV_API void kvTableFree_CLASSLOCATION(void);
 

@@ -40,7 +40,10 @@ enum {
 typedef const char* (*ErrLinesProc)(size_t* sizeOut);
 
 /** Registers the error texts of module `moduleName` from an error message
- * file and gives a handle for them in `*handleOut`.
+ * file and gives a handle for them in `*handleOut`. A file is read to at most
+ * 33,553,920 bytes (65535 lines of 510 characters and a line ending, the
+ * most messages a registration counts); one that goes on past them (a device
+ * or a pipe that never ends) is refused with ERR_REG_INVALID_LINE.
  * @param moduleName the registering module's name
  * @param fileName the error message file
  * @param helpFile the help file the texts' help contexts refer to (may be null)

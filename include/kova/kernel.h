@@ -22,9 +22,11 @@
 #else
 /** Marks a function the kernel library exports (and its users import). */
 #define KV_API __attribute__((visibility("default")))
-/** Marks a function a class library exports: method procedures and
- * "register<Class>", which the kernel finds by name. */
-#define KV_EXPORT __attribute__((visibility("default")))
+/** Marks a name a module exports for the kernel to find: method procedures,
+ * "register<Class>", the resource table. Exported, yet the module's own
+ * references bind to its own definition, as a DLL's always do, so that no
+ * other module exporting the same name can stand in for it. */
+#define KV_EXPORT __attribute__((visibility("protected")))
 #endif
 
 #ifdef __cplusplus

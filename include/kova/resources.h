@@ -29,6 +29,17 @@ typedef struct kvResource {
     size_t size;      /**< number of bytes */
 } kvResource;
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+/** The module's own resource table, for a module that defines one with
+ * KV_MODULE_RESOURCES. A module's references to it reach its own table even
+ * though every module exports one under this name. */
+extern KV_EXPORT const kvResource kvModuleResources[];
+#ifdef __cplusplus
+}
+#endif
+
 #if defined(__GNUC__) && !defined(_WIN32)
 #define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
 #else

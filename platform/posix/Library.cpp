@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <dlfcn.h>
+#include <link.h>
 #include <string>
 #include <sys/stat.h>
 
@@ -58,13 +59,37 @@ kvModule kernelModule() {
     return self;
 }
 
+// The loader's record of a loaded module, or null.
+const link_map* linkMapOf(kvModule module) {
+    link_map* map = nullptr;
+    if (!module || ::dlinfo(module, RTLD_DI_LINKMAP, &map) != 0) return nullptr;
+    return map;
+}
+
+// The file of the handle itself: a look-up of a symbol through the handle
+// would also search the libraries it depends on and could name one of them.
 std::string moduleFileName(kvModule module) {
-    if (!module) return {};
-    void* any = ::dlsym(module, "kvModuleResources");
-    if (!any) any = ::dlsym(module, "_init");
+    const link_map* map = linkMapOf(module);
+    if (!map || !map->l_name) return {};
+    if (map->l_name[0]) return map->l_name;
+    // The program itself has no name in its record; its address has one.
     Dl_info info{};
-    if (any && ::dladdr(any, &info) && info.dli_fname) return info.dli_fname;
+    if (::dladdr(map->l_ld, &info) && info.dli_fname) return info.dli_fname;
     return {};
+}
+
+// The address of `name` defined in `module` itself, or null: the loader's
+// look-up through a handle also searches the module's dependencies, which a
+// module's own names must never resolve to (a library without a procedure of
+// its own would otherwise answer with the kernel's).
+void* ownSymbol(kvModule module, const char* name) {
+    void* symbol = ::dlsym(module, name);
+    if (!symbol) return nullptr;
+    Dl_info info{};
+    link_map* owner = nullptr;
+    if (!::dladdr1(symbol, &info, reinterpret_cast<void**>(&owner), RTLD_DL_LINKMAP))
+        return nullptr;
+    return owner && owner == linkMapOf(module) ? symbol : nullptr;
 }
 
 kvModule loadLibrary(const char* name, long* systemError) {
@@ -95,7 +120,7 @@ kvModule loadLibrary(const char* name, long* systemError) {
 
 kvProc findProcedure(kvModule module, const char* name) {
     if (!module || !name) return nullptr;
-    void* symbol = ::dlsym(module, name);
+    void* symbol = ownSymbol(module, name);
     if (!symbol) {
         lastSystemError = ENOENT;
         return nullptr;

@@ -8,6 +8,10 @@
 #include <dlfcn.h>
 #include <strings.h>
 
+namespace kova::platform {
+void* ownSymbol(kvModule module, const char* name); // Library.cpp
+}
+
 namespace {
 
 // The last module asked for and its table: every error made looks its message
@@ -16,13 +20,7 @@ kvModule rememberedModule = nullptr;
 const kvResource* rememberedTable = nullptr;
 
 const kvResource* lookUpResourceTable(kvModule module) {
-    void* symbol = ::dlsym(module, "kvModuleResources");
-    if (!symbol) return nullptr;
-    Dl_info owner{};
-    if (!::dladdr(symbol, &owner) || !owner.dli_fname) return nullptr;
-    kvModule ownerHandle = ::dlopen(owner.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    if (ownerHandle) ::dlclose(ownerHandle);
-    return ownerHandle == module ? static_cast<const kvResource*>(symbol) : nullptr;
+    return static_cast<const kvResource*>(kova::platform::ownSymbol(module, "kvModuleResources"));
 }
 
 const kvResource* resourceTableOf(kvModule module) {

@@ -1,7 +1,8 @@
 // A class library holding error texts for the error registry's tests,
 // "ERRTEXTS.DLL": two error table resources (one by name and type name, one by
 // number as user data) and the procedures ErrRegisterDLL calls. Its one class,
-// ErrTexts, exists so that the library can be loaded as a class library.
+// ErrTexts, lets the library be loaded as a class library and shows which
+// resource table the library's own code reaches by name.
 #include "ErrorTexts.h"
 #include "kova/errreg.h"
 #include "kova/resources.h"
@@ -13,9 +14,17 @@ constexpr char errorTable[] = ERRTEXTS_TABLE;
 constexpr char libraryLines[] = "200 \"Scanner offline\" 8001\r\n"
                                 "201 \"Lamp warming up\" 8002\r\n";
 
+KV_METHOD_TABLE(errTextsMethods, kova::method("ownResourceName", 1));
 KV_EMPTY_METHOD_TABLE(noMethods);
 
 } // namespace
+
+// (index): the name of a resource of the table this library reads by name:
+// its own, whatever other modules export under that name.
+KV_METHOD(ErrTexts, ownResourceName) {
+    (void)errSlot, (void)self, (void)instData;
+    return reinterpret_cast<kvResult>(kvModuleResources[kvArgAt(args, 0)].name);
+}
 
 // Gives the library's error lines to ErrRegisterDLL.
 extern "C" KV_EXPORT const char* errTextsLines(size_t* sizeOut) {
@@ -30,7 +39,7 @@ extern "C" KV_EXPORT const char* errTextsNoLines(size_t* sizeOut) {
 }
 
 KV_REGISTER(ErrTexts) {
-    return kvAddClass("ErrTexts", "Object", 0, 0, noMethods.get(), noMethods.get());
+    return kvAddClass("ErrTexts", "Object", 0, 0, errTextsMethods.get(), noMethods.get());
 }
 
 KV_MODULE_RESOURCES = {
