@@ -2,7 +2,10 @@
 // unit of every figure, and a started kernel for the length of one benchmark.
 #pragma once
 
+#include "kova/host.h"
 #include "kova/kernel.h"
+
+#include <filesystem>
 
 namespace kova::bench {
 
@@ -28,7 +31,14 @@ struct Strip : Figure {
 // benchmark starts from empty class caches.
 class KernelSession {
   public:
-    KernelSession() { kvInitialize(); }
+    KernelSession() {
+        // The benchmarks keep their settings apart from the user's.
+        static const std::string folder =
+            (std::filesystem::temp_directory_path() / "kova-bench-settings").string();
+        kvSetRegistryStore((folder + "/registry").c_str());
+        kvSetProfileFolder(folder.c_str());
+        kvInitialize();
+    }
     ~KernelSession() { kvTerminate(); }
     KernelSession(const KernelSession&) = delete;
     KernelSession& operator=(const KernelSession&) = delete;

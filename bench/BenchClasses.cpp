@@ -8,17 +8,22 @@
 //                               "leftNeighbour" and "rightNeighbour" share a cache
 //                               bucket; class method "classValue"
 //   BenchSmall (Object)         4 bytes of data and the usual objInit/objTerm chain
+//   BenchPM (Object)            a personality module for Match: keeps the
+//                               technology name "setTMName" gives it
 // Every class has a table of realistic size, so a lookup that misses a table
 // pays for a real binary search and not for an empty one.
 #include "kova/kernel.h"
 
 namespace {
 
-kvClass BenchAClass, BenchBClass, BenchCClass, BenchLeafClass, BenchSmallClass;
+kvClass BenchAClass, BenchBClass, BenchCClass, BenchLeafClass, BenchSmallClass, BenchPMClass;
 
 #pragma pack(push, 1)
 struct SliceData {
     int32_t value;
+};
+struct PersonalityData {
+    char technology[32];
 };
 struct LeafData {
     int32_t value;
@@ -159,6 +164,28 @@ KV_METHOD_TABLE(benchSmallMethods,          //
                 kova::method("objInit", 1), //
                 kova::method("objTerm", 0));
 } // namespace
+
+KV_METHOD(BenchPM, setTMName) {
+    (void)errSlot, (void)self;
+    auto* data = static_cast<PersonalityData*>(instData);
+    const char* name = reinterpret_cast<const char*>(kvArgAt(args, 0));
+    size_t i = 0;
+    for (; name && name[i] && i + 1 < sizeof data->technology; ++i)
+        data->technology[i] = name[i];
+    data->technology[i] = '\0';
+    return 0;
+}
+
+namespace {
+KV_METHOD_TABLE(benchPMMethods, kova::method("setTMName", 1));
+} // namespace
+
+KV_REGISTER(BenchPM) {
+    if (!kvRegisterClass("Object")) return nullptr;
+    BenchPMClass = kvAddClass("BenchPM", "Object", sizeof(PersonalityData), 0, benchPMMethods.get(),
+                              noMethods.get());
+    return BenchPMClass;
+}
 
 KV_REGISTER(BenchA) {
     if (!kvRegisterClass("Object")) return nullptr;

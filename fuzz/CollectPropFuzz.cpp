@@ -34,6 +34,8 @@ int countMessageBox(const char*, const char*, unsigned) {
 void startKernelOnce() {
     static const bool started = [] {
         kvSetMessageBoxHook(countMessageBox);
+        kvSetRegistryStore("/tmp/kova-fuzz-settings/registry");
+        kvSetProfileFolder("/tmp/kova-fuzz-settings");
         kvInitialize();
         return kvFindClass("Object") != nullptr;
     }();

@@ -1,5 +1,6 @@
 // The kernel library's resources: its message table (string resources by error
-// number) and the built-in class location table (user-data resource 104).
+// number), the built-in class location table (user-data resource 104) and its
+// file version.
 // On POSIX they are compiled into this table, which the platform layer finds
 // by the exported name "kvModuleResources".
 #include "kova/classloc.h"
@@ -26,6 +27,7 @@ constexpr size_t textLength(const char* text) {
 } // namespace
 
 KV_MODULE_RESOURCES = {
+    KV_VERSION_RESOURCE(KOVA_VERSION_MAJOR, KOVA_VERSION_MINOR, KOVA_VERSION_PATCH, 0),
     {KV_RT_RCDATA, KV_RESOURCE_ID(KV_CLASSLOC_RESOURCE_ID), builtInClassLocations,
      sizeof builtInClassLocations},
 #define KV_MESSAGE(number, text) {KV_RT_STRING, KV_RESOURCE_ID(number), text, textLength(text)},

@@ -2,7 +2,9 @@
 // debugging aids and the kernel's message boxes.
 #include "kernel/Kernel.hpp"
 #include "kova/classloc.h"
+#include "kova/match.h"
 #include "kova/plr.h"
+#include "kova/version.h"
 #include "platform/Platform.hpp"
 
 #include <cstdarg>
@@ -57,18 +59,21 @@ void showKernelMessage(const char* caption, const char* format, ...) {
 
 extern "C" {
 
-// Brings the core up: the class location table, the property link registry,
-// then the error classes (which register Object first). Answers the
-// BaseError class.
+// Brings the core up: the class location table, the protocol table from
+// "KOVA.INI", the version-control settings, the property link registry, then
+// the error classes (which register Object first). Answers the BaseError
+// class.
 KV_API kvClass kvCoreInitialize(void) {
     KovaClassLocationInit4();
+    MatchInit("KOVA.INI");
+    kvVersionControlInit();
     PLRInit();
     return registerBaseError();
 }
 
-// Takes the core down in the reverse order: every live error, the property
-// link registry, every class (newest first, releasing their libraries), the
-// class location table.
+// Takes the core down: every live error, the property link registry, every
+// class (newest first, releasing their libraries), version control, the class
+// location table.
 KV_API void kvCoreTerminate(void) {
     if (kvClass errors = kvFindClass("BaseError")) {
         kvObject error = nullptr;
@@ -76,6 +81,7 @@ KV_API void kvCoreTerminate(void) {
     }
     PLRTerm();
     kvCloseClasses();
+    kvVersionControlTerm();
     KovaClassLocationTerm4();
 }
 

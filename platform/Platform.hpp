@@ -45,6 +45,51 @@ std::span<const std::byte> findResource(kvModule module, const char* name, const
 // characters and a terminator); answers the characters copied, 0 when absent.
 int loadString(kvModule module, unsigned id, char* buffer, size_t size);
 
+// ---- the system registry: keys under HKEY_CLASSES_ROOT, each with subkeys
+// and an optional default value. Paths name keys below the root with "\\"
+// between names ("KOVA\\Protocols"); names compare without regard to case, and
+// subkeys are enumerated in one stable order (by name, without regard to
+// case). Windows uses the real registry; POSIX a store file shared by the
+// user's processes (posix/RegistryStore.cpp).
+// Creates the key and any missing keys above it; true when it exists after.
+bool registryCreateKey(const char* path);
+// Sets the key's default value, creating the key; true when stored.
+bool registrySetValue(const char* path, const char* value);
+// Copies the key's default value, cut to size - 1 characters; false (and an
+// empty buffer) when the key or its value is missing.
+bool registryGetValue(const char* path, char* buffer, size_t size);
+// Copies the name of subkey `index` of the key, cut to size - 1 characters;
+// false past the last subkey or when the key is missing.
+bool registryEnumKey(const char* path, unsigned index, char* buffer, size_t size);
+// Whether the key exists.
+bool registryKeyExists(const char* path);
+// Deletes the key with all its subkeys; false when it was not there.
+bool registryDeleteKey(const char* path);
+// Where the registry lives, for people: the store file on POSIX.
+std::string registryLocation();
+
+// ---- INI files, with the Windows profile functions' semantics: sections and
+// keys without regard to case, the first of duplicates wins, values trimmed
+// and stripped of one pair of enclosing quotes. A bare file name means the
+// Windows directory there and the profile folder on POSIX.
+// Copies the value (or `fallback`, trailing blanks removed) cut to size - 1
+// characters; answers the characters copied.
+size_t profileGetString(const char* section, const char* key, const char* fallback,
+                        char* buffer, size_t size, const char* file);
+// The value as GetPrivateProfileIntA reads it: `fallback` when missing or
+// empty, otherwise the number it starts with (0x, 0o and 0b prefixes, a sign).
+unsigned profileGetInt(const char* section, const char* key, int fallback, const char* file);
+// Sets the key, creating the file and section; a null value deletes the key,
+// a null key the whole section. Everything else in the file is kept as it was.
+bool profileWriteString(const char* section, const char* key, const char* value,
+                        const char* file);
+// The file a profile name stands for.
+std::string profilePath(const char* file);
+
+// ---- version resources ----
+// The file version of a loaded module, four parts, most significant first.
+bool fileVersion(kvModule module, uint16_t version[4]);
+
 // ---- movable memory (handles that are locked around each use) ----
 using MemoryHandle = void*;
 MemoryHandle globalAlloc(size_t size);                        // zero-filled, or null

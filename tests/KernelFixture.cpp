@@ -1,9 +1,37 @@
 #include "tests/KernelFixture.hpp"
 
+#include <chrono>
 #include <fstream>
 #include <iterator>
 
 namespace kova::test {
+
+namespace {
+// Every kernel the tests start keeps its registry store and finds "KOVA.INI"
+// in a folder of this test program's own, never in the user's.
+class PrivateSettingsFolder : public ::testing::Environment {
+  public:
+    void SetUp() override {
+        std::filesystem::create_directories(settingsFolder());
+        kvSetRegistryStore((settingsFolder() / "registry").string().c_str());
+        kvSetProfileFolder(settingsFolder().string().c_str());
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(settingsFolder(), ignored);
+    }
+};
+[[maybe_unused]] auto* const privateSettings =
+    ::testing::AddGlobalTestEnvironment(new PrivateSettingsFolder);
+} // namespace
+
+const std::filesystem::path& settingsFolder() {
+    static const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() /
+        ("kova-tests-" +
+         std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+    return folder;
+}
 
 std::vector<MessageBox>& shownMessages() {
     static std::vector<MessageBox> messages;

@@ -27,6 +27,10 @@ struct MessageBox {
     unsigned style;
 };
 
+// The folder of this test program's registry store and INI files
+// (kvSetRegistryStore, kvSetProfileFolder), removed when the tests end.
+const std::filesystem::path& settingsFolder();
+
 // Message boxes shown since the current test began.
 std::vector<MessageBox>& shownMessages();
 

@@ -14,9 +14,12 @@ int runClasses(int argc, char** argv);
 int runClassLoc(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
+int runMatch(int argc, char** argv);
+int runRegistry(int argc, char** argv);
 int runShell(int argc, char** argv);
 int runStream(int argc, char** argv);
 int runTiff(int argc, char** argv);
+int runVersion(int argc, char** argv);
 
 // True when argv holds "--help" or "-h".
 bool wantsHelp(int argc, char** argv);

@@ -33,6 +33,19 @@ KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook);
 /** Sets what runs the error dialog; answers the hook replaced. */
 KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook);
 
+/** Sets the file of the registry store on POSIX, where the system registry's
+ * keys (under HKEY_CLASSES_ROOT on Windows) are kept for every process of the
+ * user. The default is ".kova/registry" in the user's home folder (from the
+ * password database). A null or empty path restores the default. Windows uses
+ * its real registry and ignores the setting. */
+KV_API void kvSetRegistryStore(const char* path);
+
+/** Sets the folder where a bare INI file name such as "KOVA.INI" is looked for
+ * on POSIX, in place of the Windows directory. The default is ".kova" in the
+ * user's home folder. A null or empty path restores the default. Windows
+ * looks in the Windows directory and ignores the setting. */
+KV_API void kvSetProfileFolder(const char* folder);
+
 /** Allocation failure for tests: after `count` more successful allocations of
  * the library every allocation fails, until called with -1. */
 KV_API void kvDebugFailAllocAfter(long count);

@@ -20,6 +20,25 @@
 #define KV_RT_STRING KV_RESOURCE_ID(6)
 /** The type of user-data resources. */
 #define KV_RT_RCDATA KV_RESOURCE_ID(10)
+/** The type of version resources. */
+#define KV_RT_VERSION KV_RESOURCE_ID(16)
+
+/* A module's file version on POSIX: resource KV_VERSION_RESOURCE_ID of type
+ * KV_RT_VERSION holding the text "major.minor.build.revision", each part 0 to
+ * 65535. KV_VERSION_RESOURCE(2, 1, 0, 0) is that table entry; on Windows the
+ * same numbers go into the FILEVERSION of a VERSIONINFO resource. */
+/** The name of a module's version resource. */
+#define KV_VERSION_RESOURCE_ID 1
+#define KV__VERSION_TEXT(a, b, c, d) #a "." #b "." #c "." #d
+/** The table entry of a module's file version a.b.c.d (POSIX). */
+#define KV_VERSION_RESOURCE(a, b, c, d)                                                            \
+    {                                                                                              \
+        KV_RT_VERSION, KV_RESOURCE_ID(KV_VERSION_RESOURCE_ID), KV__VERSION_TEXT(a, b, c, d),       \
+            sizeof(KV__VERSION_TEXT(a, b, c, d)) - 1                                               \
+    }
+/** A string resource entry: number and text (a string literal). */
+#define KV_STRING_RESOURCE(number, text)                                                           \
+    { KV_RT_STRING, KV_RESOURCE_ID(number), text, sizeof(text) - 1 }
 
 /** One resource of a module's table. */
 typedef struct kvResource {
@@ -29,21 +48,22 @@ typedef struct kvResource {
     size_t size;      /**< number of bytes */
 } kvResource;
 
+#if defined(__GNUC__) && !defined(_WIN32)
+#define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
+#else
+#define KV__RESOURCE_SECTION
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 /** The module's own resource table, for a module that defines one with
  * KV_MODULE_RESOURCES. A module's references to it reach its own table even
- * though every module exports one under this name. */
-extern KV_EXPORT const kvResource kvModuleResources[];
+ * though every module exports one under this name. The declaration names the
+ * table's section as its definition does, which clang requires. */
+extern KV_EXPORT KV__RESOURCE_SECTION const kvResource kvModuleResources[];
 #ifdef __cplusplus
 }
-#endif
-
-#if defined(__GNUC__) && !defined(_WIN32)
-#define KV__RESOURCE_SECTION __attribute__((section(".data.rel.ro.kvresources")))
-#else
-#define KV__RESOURCE_SECTION
 #endif
 /** Defines the module's table: `KV_MODULE_RESOURCES = { {...}, ..., {0, 0, 0, 0} };`
  * Every module exports its table under the one name; a table in a section of

@@ -8,8 +8,11 @@
 #include "kova/host.h"
 #include "kova/image.h"
 #include "kova/kernel.h"
+#include "kova/match.h"
 #include "kova/plr.h"
+#include "kova/registry.h"
 #include "kova/resources.h"
+#include "kova/version.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -35,6 +38,8 @@ int main(void) {
     kvObject error = 0;
     kvObject square;
     kvSetMessageBoxHook(quietMessageBox);
+    kvSetRegistryStore("kova-c-test-settings/registry");
+    kvSetProfileFolder("kova-c-test-settings");
     kvInitialize();
     CHECK(kvTableInsertEntry_CLASSLOCATION("Shape", "TESTSHP.DLL") == 1);
     CHECK(kvTableInsertEntry_CLASSLOCATION("Polygon", "TESTSHP.DLL") == 1);
@@ -102,6 +107,28 @@ int main(void) {
         kvGlobalFree(dib);
         CHECK(entry.blue == 3 && error == 0);
         kvDelObject(&error, image);
+    }
+    {
+        /* A component made through the protocol table, and the version
+         * settings with their registry and INI access. */
+        kvObject personality;
+        char text[KV_VERSION_SETTING_SIZE];
+        int32_t level = 9;
+        CHECK(kvTableInsertEntry_CLASSLOCATION("MatchPM", "TESTVER.DLL") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest", "MatchPM") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest\\MatchPM", "CTestTM") == 1);
+        personality = MatchMake(&error, "CTest", 0);
+        CHECK(personality != 0);
+        CHECK(strcmp((const char*)kvSendMeth(&error, personality, "getTMName"), "CTestTM") == 0);
+        kvDelObject(&error, personality);
+        CHECK(kvRegistryDeleteKey("KOVA\\Protocols\\CTest") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\VersionControl\\VersionReporting\\VerbosityLevel", "2") ==
+              1);
+        CHECK(kvGetRegistrySetting("VersionReporting\\VerbosityLevel", &level, 1) == 1 &&
+              level == 2);
+        CHECK(kvGetRegistrySetting("VersionReporting\\LogFile", text, 0) == 0 && text[0] == 0);
+        CHECK(kvIsVersionBad(1, 3) == 1 && kvIsVersionBad(1, 1) == 0);
+        CHECK(kvProfileGetInt("Missing", "key", 12, "KOVA.INI") == 12);
     }
     {
         /* The link registry: a provider found by its LINKID, a sink that

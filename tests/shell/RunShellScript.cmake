@@ -14,7 +14,7 @@ endif()
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
 execute_process(
-  COMMAND ${EMULATOR} ${KOVA} shell ${options} ${SCRIPT}
+  COMMAND ${EMULATOR} ${KOVA} --settings ${WORK} shell ${options} ${SCRIPT}
   WORKING_DIRECTORY ${WORK}
   OUTPUT_VARIABLE output ERROR_VARIABLE output
   RESULT_VARIABLE status)
