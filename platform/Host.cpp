@@ -1,4 +1,4 @@
-// The host's hooks for message boxes, help and the error dialog. A hook the
+// The host's hooks for message boxes, help, the error dialog and painting. A hook the
 // host sets is always used; without one the platform's default runs.
 #include "platform/Platform.hpp"
 
@@ -6,12 +6,16 @@ namespace kova::platform {
 int defaultMessageBox(const char* text, const char* caption, unsigned style);
 bool defaultShowHelp(const char* helpFile, unsigned command, uintptr_t data);
 void defaultErrorDialog(kvErrorDialog* dialog);
+int defaultBitFieldDialog(kvBitFieldDialog* dialog);
+void defaultFillRect(kvArg deviceContext, const kvRect* rect, uint32_t colour);
 } // namespace kova::platform
 
 namespace {
 kvMessageBoxHook messageBoxHook = nullptr;
 kvHelpHook helpHook = nullptr;
 kvErrorDialogHook errorDialogHook = nullptr;
+kvBitFieldDialogHook bitFieldDialogHook = nullptr;
+kvPaintHook paintHook = nullptr;
 
 template <typename Hook> Hook replace(Hook& slot, Hook hook) {
     Hook old = slot;
@@ -39,6 +43,17 @@ void runErrorDialog(kvErrorDialog* dialog) {
         defaultErrorDialog(dialog);
 }
 
+int runBitFieldDialog(kvBitFieldDialog* dialog) {
+    return bitFieldDialogHook ? bitFieldDialogHook(dialog) : defaultBitFieldDialog(dialog);
+}
+
+void fillRect(kvArg deviceContext, const kvRect* rect, uint32_t colour) {
+    if (paintHook)
+        paintHook(deviceContext, rect, colour);
+    else
+        defaultFillRect(deviceContext, rect, colour);
+}
+
 } // namespace kova::platform
 
 extern "C" KV_API kvMessageBoxHook kvSetMessageBoxHook(kvMessageBoxHook hook) {
@@ -49,4 +64,11 @@ extern "C" KV_API kvHelpHook kvSetHelpHook(kvHelpHook hook) {
 }
 extern "C" KV_API kvErrorDialogHook kvSetErrorDialogHook(kvErrorDialogHook hook) {
     return replace(errorDialogHook, hook);
+}
+extern "C" KV_API kvBitFieldDialogHook kvSetBitFieldDialogHook(kvBitFieldDialogHook hook) {
+    return replace(bitFieldDialogHook, hook);
+}
+
+extern "C" KV_API kvPaintHook kvSetPaintHook(kvPaintHook hook) {
+    return replace(paintHook, hook);
 }

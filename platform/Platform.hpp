@@ -103,6 +103,11 @@ size_t globalSize(MemoryHandle handle);
 int messageBox(const char* text, const char* caption, unsigned style);
 bool showHelp(const char* helpFile, unsigned command, uintptr_t data);
 void runErrorDialog(struct kvErrorDialog* dialog);
+// Answers non-zero when the bit dialog was shown (and has closed).
+int runBitFieldDialog(struct kvBitFieldDialog* dialog);
+// Fills a rectangle of a device context with a solid colour (0x00BBGGRR;
+// KV_COLOR_WHITE is the stock white brush). A null rectangle paints nothing.
+void fillRect(kvArg deviceContext, const kvRect* rect, uint32_t colour);
 
 // ---- system ----
 uint64_t availablePhysicalMemory();

@@ -15,6 +15,7 @@
 #include "errors/Raise.hpp"
 #include "properties/NameIndex.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -39,6 +40,10 @@ constexpr size_t classNameBufferSize = 128; // the length byte is signed: at mos
 constexpr size_t nameBufferSize = 256;
 constexpr size_t longestSavedName = 255;
 constexpr int nestingLimit = 64; // collections saved inside collections
+// A frame is written with one entry per persistent member, and a collection
+// holds at most 32767 members: a frame read with more entries than that is
+// not one that was saved, and reading stops there (3443).
+constexpr int mostEntries = 32767;
 
 KV_METHOD_TABLE(collectPropMethods,                  //
                 kova::method("OnWillChangeName", 4), //
@@ -232,23 +237,31 @@ void writeMember(kvObject* errSlot, kvObject stream, kvObject member) {
 }
 
 // Reads the collection frame from outside data, trusting none of it: every
-// length is checked against its buffer before a byte is read, and a stream
-// that ends early stops the reading with 3432.
+// length is checked against its buffer before a byte is read, a stream that
+// ends early stops the reading with 3432, and one that goes on past what one
+// read of saved data may take (kova::props::largestSavedRead, nested frames
+// and members' records included) stops it with 3443.
 class FrameReader {
   public:
     FrameReader(kvObject* errSlot, kvObject self, kvObject stream)
         : errSlot(errSlot), self(self), stream(stream) {}
 
-    // True when exactly `count` bytes were read.
+    // True when exactly `count` bytes were read. Past the bound, false and
+    // 3443 (raised once).
     bool tryRead(void* buffer, size_t count) {
         if (count == 0) return true;
+        if (!kova::props::takeFromSavedRead(count)) {
+            if (!overrun) kova::raiseError(errSlot, self, CollectPropClass, 3443);
+            overrun = true;
+            return false;
+        }
         return kvSendMeth(errSlot, stream, "Read", buffer, count) == static_cast<kvResult>(count);
     }
 
-    // Exactly `count` bytes, or false with 3432.
+    // Exactly `count` bytes, or false with 3432 (3443 past the bound).
     bool read(void* buffer, size_t count) {
         if (tryRead(buffer, count)) return true;
-        kova::raiseError(errSlot, self, CollectPropClass, 3432);
+        if (!overrun) kova::raiseError(errSlot, self, CollectPropClass, 3432);
         return false;
     }
 
@@ -289,6 +302,7 @@ class FrameReader {
     kvObject* errSlot;
     kvObject self;
     kvObject stream;
+    bool overrun = false; // the bound on the read was reached
 };
 
 bool isPropertyClass(kvClass cls) {
@@ -577,14 +591,16 @@ KV_METHOD(CollectProp, writeToStream) {
 // rule is the one saved data has always been read by and is kept as it
 // stands. An entry that is read names a member by its name; the member reads
 // its own record. Reading stops with 3432 when the stream ends early, 3443
-// for a class-name length of 128 or more or a class that is not a property
-// class already known. Answers 0.
+// for a class-name length of 128 or more, a class that is not a property
+// class already known, more than 32767 entries, or more bytes than one read
+// of saved data may take. Answers 0.
 KV_METHOD(CollectProp, readFromStream) {
     (void)instData;
     const kvObject stream = objectArg(args, 0);
     if (!stream || readDepth >= nestingLimit)
         return kova::raiseError(errSlot, self, CollectPropClass, 3443);
     const NestingLevel level(readDepth);
+    const kova::props::SavedReadScope scope;
     FrameReader reader(errSlot, self, stream);
     uint8_t magic[4];
     if (!reader.tryRead(magic, sizeof magic)) return 0;
@@ -592,8 +608,9 @@ KV_METHOD(CollectProp, readFromStream) {
         magic[0] | magic[1] << 8 | magic[2] << 16 | static_cast<uint32_t>(magic[3]) << 24;
     if (value != streamMagic) return 0;
     char className[classNameBufferSize];
-    while (reader.readClassName(className)) {
+    for (int entries = 0; reader.readClassName(className); ++entries) {
         if (std::strcmp(className, endMarker) != 0) return 0;
+        if (entries == mostEntries) return kova::raiseError(errSlot, self, CollectPropClass, 3443);
         if (!restoreMember(errSlot, self, stream, reader, className)) return 0;
     }
     return 0;

@@ -6,6 +6,7 @@
 #include "errors/Raise.hpp"
 #include "kova/kernel.h"
 #include "platform/Platform.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -164,13 +165,17 @@ KV_METHOD(Property, objTerm) {
 
 // (stream): reads the base record into the object: the flags word, then the
 // own class's slice, which is taken only when it arrives whole. A null
-// stream reads nothing; no memory for the slice raises 3429.
+// stream reads nothing; no memory for the slice raises 3429; a record that
+// the read of saved data under way may no longer take, 3443.
 KV_METHOD(Property, readFromStream) {
     (void)instData;
     const kvObject stream = objectArg(args, 0);
     if (!stream) return 0;
-    readFlags(errSlot, self, stream);
     const uint16_t size = ownSliceSize(self);
+    const kova::props::SavedReadScope scope;
+    if (!kova::props::takeFromSavedRead(sizeof(uint16_t) + size))
+        return kova::raiseError(errSlot, self, PropertyClass, 3443);
+    readFlags(errSlot, self, stream);
     if (size == 0) return 0;
     auto* record = static_cast<unsigned char*>(kova::platform::allocate(size));
     if (!record) return kova::raiseError(errSlot, self, PropertyClass, 3429);

@@ -48,7 +48,28 @@ uint32_t fromLittleEndian(const unsigned char* bytes, size_t width) {
     return value;
 }
 
+size_t bytesLeftToRead = 0; // by the read of saved data under way
+int savedReadScopes = 0;    // nested scopes of that read
+
 } // namespace
+
+SavedReadScope::SavedReadScope() {
+    if (savedReadScopes++ == 0) bytesLeftToRead = largestSavedRead;
+}
+
+SavedReadScope::~SavedReadScope() {
+    --savedReadScopes;
+}
+
+bool takeFromSavedRead(size_t count) {
+    if (count > bytesLeftToRead) return false;
+    bytesLeftToRead -= count;
+    return true;
+}
+
+size_t savedReadLeft() {
+    return bytesLeftToRead;
+}
 
 int32_t parseLong(std::string_view text) {
     size_t at = 0;
@@ -107,6 +128,14 @@ void discardErrorsAbove(kvObject* errSlot, kvObject mark) {
         kvSendMeth(errSlot, *errSlot, "deleteTopError");
 }
 
+kvObject findPropertyQuietly(kvObject component, const char* name) {
+    kvObject own = nullptr;
+    const auto found =
+        reinterpret_cast<kvObject>(kvSendMeth(&own, component, "findPropertyByName", name));
+    discardErrorsAbove(&own, nullptr);
+    return found;
+}
+
 void writeFlags(kvObject* errSlot, kvObject self, kvObject stream) {
     writeInt16(errSlot, stream, static_cast<int16_t>(self->flags));
 }
@@ -137,6 +166,11 @@ bool readBytes(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream, v
                size_t count) {
     if (!stream) return false;
     if (count == 0) return true;
+    const SavedReadScope scope;
+    if (!takeFromSavedRead(count)) {
+        raiseError(errSlot, self, cls, 3443);
+        return false;
+    }
     const kvObject before = errSlot ? *errSlot : nullptr;
     const kvResult got = kvSendMeth(errSlot, stream, "Read", buffer, static_cast<int32_t>(count));
     if (got == static_cast<kvResult>(count)) return true;
@@ -186,9 +220,14 @@ int readTruthRecord(kvObject* errSlot, kvObject self, kvClass cls, kvObject stre
 }
 
 bool readCounted(kvObject* errSlot, kvObject self, kvClass cls, kvObject stream, CountedRun* run) {
+    const SavedReadScope scope;
     int32_t field = 0;
     if (!readInt32(errSlot, self, cls, stream, &field)) return false;
     const size_t length = static_cast<uint32_t>(field);
+    if (length > savedReadLeft()) {
+        raiseError(errSlot, self, cls, 3443);
+        return false;
+    }
     char* block = nullptr;
     size_t have = 0;
     do {

@@ -108,12 +108,55 @@ const char* nameOf(kvObject property);
 // before some step whose errors are to be forgotten.
 void discardErrorsAbove(kvObject* errSlot, kvObject mark);
 
+// ---- the bound on a read of saved data ----
+// A stream may never end (a pipe, a device), so every read of saved data has
+// an upper bound on the whole input it takes: one read (a property's record,
+// or a collection's frame with everything nested in it) takes at most
+// largestSavedRead bytes from its stream, the size of the largest saved
+// collection the kova command accepts. A read that would pass the bound
+// stops with 3443 before it asks the stream for the bytes, so a record that
+// claims more than the bound allows costs nothing.
+inline constexpr size_t largestSavedRead = size_t{64} << 20;
+
+// One read of saved data, for as long as the scope lives. Scopes nest; the
+// outermost one sets the bound and those inside share it.
+class SavedReadScope {
+  public:
+    SavedReadScope();
+    SavedReadScope(const SavedReadScope&) = delete;
+    SavedReadScope& operator=(const SavedReadScope&) = delete;
+    ~SavedReadScope();
+};
+
+// Takes `count` bytes from what the read under way may still take; false,
+// taking nothing, when that is less. Only inside a SavedReadScope.
+bool takeFromSavedRead(size_t count);
+// What the read under way may still take.
+size_t savedReadLeft();
+// Runs `step` with the caller's slot, or with one of its own when the caller
+// gave none (whose errors are then deleted); answers whether no error is
+// pending in that slot afterwards: the "1 when no error is pending" answer of
+// several methods.
+template <typename Step> bool noErrorPendingAfter(kvObject* errSlot, Step step) {
+    kvObject own = nullptr;
+    kvObject* slot = errSlot ? errSlot : &own;
+    step(slot);
+    const bool clean = *slot == nullptr;
+    discardErrorsAbove(&own, nullptr);
+    return clean;
+}
+
+// The property of that name held by a component ("findPropertyByName"), or
+// null. A component without it is an ordinary case, not an error: whatever
+// the look-up raises is deleted.
+kvObject findPropertyQuietly(kvObject component, const char* name);
+
 // ---- saved records ----
 // Every writer sends the stream's own integer and byte methods, so errors of
 // the stream land in the caller's slot. A null stream writes and reads
 // nothing. Every reader answers false when the record could not be read in
 // full; it has then raised 3432 for `cls`, unless the stream itself reported
-// the failure.
+// the failure, or 3443 when the read would pass the bound above.
 
 void writeFlags(kvObject* errSlot, kvObject self, kvObject stream);
 void writeInt16(kvObject* errSlot, kvObject stream, int16_t value);
@@ -141,10 +184,11 @@ int readTruthRecord(kvObject* errSlot, kvObject self, kvClass cls, kvObject stre
                     uint16_t* flags);
 
 // A counted run as writeCounted wrote it, into a new heap block of the run's
-// length plus a terminating zero. The length field is not trusted: the block
-// grows only as the stream actually delivers bytes, so a record claiming
-// more than the stream holds costs at most a small multiple of what it does
-// hold. On failure nothing is kept; a lack of memory raises 3429.
+// length plus a terminating zero. The length field is not trusted: a length
+// beyond what the read may still take is refused with 3443 at once, and the
+// block grows only as the stream actually delivers bytes, so a record
+// claiming more than the stream holds costs at most a small multiple of what
+// it does hold. On failure nothing is kept; a lack of memory raises 3429.
 struct CountedRun {
     char* bytes = nullptr; // heap block, terminated; owned by the caller
     uint32_t length = 0;   // bytes before the terminator

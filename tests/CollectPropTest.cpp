@@ -284,6 +284,24 @@ TEST_F(CollectPropTest, MembersOutliveACollectionThatDoesNotOwnThem) {
     kvDelObject(&error, owner);
 }
 
+TEST_F(CollectPropTest, DeletingACollectionNestedThirtyThousandDeepEndsEveryLevel) {
+    // Each collection owns the next; the innermost one is watched.
+    kvObject outer = kvNewObject(&error, "CollectProp", 1, nullptr, "Level0", 0, 0);
+    kvObject level = outer;
+    for (int depth = 1; depth < 30000; ++depth) {
+        const std::string name = "Level" + std::to_string(depth);
+        kvObject inner = kvNewObject(&error, "CollectProp", 1, nullptr, name.c_str(), 0, 0);
+        ASSERT_EQ(add(level, inner), 0);
+        level = inner;
+    }
+    kvObject watcher = listen(level, "OnTerm");
+    kvDelObject(&error, outer);
+    // Every level has ended (the leak checker sees any that did not) by the
+    // time the outermost deletion returns.
+    EXPECT_EQ(calls(watcher), 1);
+    EXPECT_EQ(takeError(), 0);
+}
+
 TEST_F(CollectPropTest, AForwardingMemberIsListenedToItself) {
     kvObject props = collection();
     kvObject a = intProp("a"), b = intProp("b");

@@ -64,8 +64,9 @@ struct LibraryRow {
 constexpr LibraryRow testLibraryRows[] = {
     {"Shape", "TESTSHP.DLL"},    {"Polygon", "TESTSHP.DLL"}, {"Square", "TESTSHP.DLL"},
     {"Listener", "TESTSHP.DLL"}, {"Broken", "TESTSHP.DLL"},  {"CountedName", "TESTSHP.DLL"},
-    {"Wide", "TESTWIDE.DLL"},    {"Solo", "TESTSGL.DLL"},    {"Duet", "TESTSGL.DLL"},
-    {"Echo", "TESTSGL.DLL"},     {"Probe", "TESTLNK.DLL"}};
+    {"Endless", "TESTSHP.DLL"},  {"Wide", "TESTWIDE.DLL"},   {"Solo", "TESTSGL.DLL"},
+    {"Duet", "TESTSGL.DLL"},     {"Echo", "TESTSGL.DLL"},    {"Probe", "TESTLNK.DLL"},
+    {"TestTM", "TESTLNK.DLL"},   {"SubSource", "TESTLNK.DLL"}};
 } // namespace
 
 void KernelTest::SetUp() {

@@ -10,8 +10,8 @@ namespace kova::tools {
 // Exit codes of every subcommand.
 enum ExitCode { Success = 0, Failed = 1, BadUsage = 2 };
 
-int runClasses(int argc, char** argv);
 int runClassLoc(int argc, char** argv);
+int runClasses(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
 int runMatch(int argc, char** argv);

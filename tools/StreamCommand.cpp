@@ -36,11 +36,15 @@ constexpr const char* usageText =
     "\n"
     "--write-sample FILE  has the kernel save a sample collection to FILE\n"
     "\n"
+    "FILE may be a pipe or a device; more than 64 MB is refused.\n"
+    "\n"
     "Exit status: 0 done, 1 failed (the file is not a whole frame, cannot be read\n"
-    "or written), 2 bad usage.\n";
+    "or written, or holds more than 64 MB), 2 bad usage.\n";
 
-constexpr size_t largestFile = 64u << 20; // larger files are refused unread
-constexpr int deepestNesting = 16;        // collections saved inside collections
+// Larger files are refused: a collection reads at most this much saved data
+// at once, and a pipe or device that never ends must not be read for ever.
+constexpr size_t largestFile = 64u << 20;
+constexpr int deepestNesting = 16; // collections saved inside collections
 constexpr size_t longestShownText = 64;
 constexpr uint8_t magicBytes[] = {0x54, 0x53, 0x56, 0x4B};
 constexpr std::string_view endMarker = "KvStreamEnd";
@@ -284,20 +288,30 @@ class FrameDecoder {
     std::string firstClass;
 };
 
+// Reads the whole file, which may be a pipe or a device that never ends: at
+// most largestFile bytes are taken, and a file that holds more is refused
+// without reading further.
 bool readFile(const char* path, std::vector<uint8_t>& bytes, std::string& why) {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    std::ifstream in(path, std::ios::binary);
     if (!in) {
         why = std::string("cannot open '") + path + "'";
         return false;
     }
-    const std::streamoff size = in.tellg();
-    if (size < 0 || static_cast<uint64_t>(size) > largestFile) {
-        why = std::string("'") + path + "' is not a readable file of at most 64 MB";
-        return false;
+    constexpr size_t pieceSize = 1 << 16;
+    bytes.clear();
+    while (in) {
+        const size_t have = bytes.size();
+        if (have > largestFile) {
+            why = std::string("'") + path + "' holds more than 64 MB, more than a saved " +
+                  "collection may hold";
+            bytes.clear();
+            return false;
+        }
+        bytes.resize(have + pieceSize);
+        in.read(reinterpret_cast<char*>(bytes.data() + have), pieceSize);
+        bytes.resize(have + static_cast<size_t>(in.gcount()));
     }
-    in.seekg(0);
-    bytes.assign(std::istreambuf_iterator<char>(in), {});
-    if (in.bad() || bytes.size() != static_cast<size_t>(size)) {
+    if (in.bad()) {
         why = std::string("cannot read '") + path + "'";
         return false;
     }

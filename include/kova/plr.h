@@ -1,4 +1,5 @@
-/* The property link registry: the process-wide directory through which one
+/** @file
+ * The property link registry: the process-wide directory through which one
  * component's property (a sink) finds and binds to what another component
  * offers (a provider).
  *

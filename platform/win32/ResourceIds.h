@@ -4,5 +4,6 @@
 #define KOVA_PLATFORM_WIN32_RESOURCEIDS_H
 
 #define KV_ERRDLG_TEMPLATE_ID 100 /* the error dialog's template */
+#define KV_BITDLG_TEMPLATE_ID 103 /* a BitField's bit dialog */
 
 #endif

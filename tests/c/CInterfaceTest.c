@@ -1,6 +1,7 @@
 /* The public headers compile as C, and the plain forms work from C: a class
  * from the test library is created, sent methods with several slots, and
  * deleted; an unknown method leaves an error in the slot. */
+#include "kova/bitdialog.h"
 #include "kova/classloc.h"
 #include "kova/dib.h"
 #include "kova/errdialog.h"
@@ -8,6 +9,7 @@
 #include "kova/host.h"
 #include "kova/image.h"
 #include "kova/kernel.h"
+#include "kova/lexcls.h"
 #include "kova/match.h"
 #include "kova/plr.h"
 #include "kova/registry.h"
@@ -28,6 +30,14 @@ static int checks = 0;
             fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition);          \
         }                                                                                          \
     } while (0)
+
+/* A bit dialog hook in C: checks the first box offered and presses OK. */
+static int pressFirstBox(struct kvBitFieldDialog* dialog) {
+    char label[32];
+    if (!kvBitFieldDialogLabel(dialog, KV_BITDLG_FIRST_BOX, label, sizeof label)) return 0;
+    kvBitFieldDialogSetChecked(dialog, KV_BITDLG_FIRST_BOX, 1);
+    return kvBitFieldDialogCommand(dialog, KV_BITDLG_OK);
+}
 
 static int quietMessageBox(const char* text, const char* caption, unsigned style) {
     (void)text, (void)caption, (void)style;
@@ -80,6 +90,28 @@ int main(void) {
         kvDelObject(&error, listener);
     }
     {
+        /* A component made through the protocol table, and the version
+         * settings with their registry and INI access. */
+        kvObject personality;
+        char text[KV_VERSION_SETTING_SIZE];
+        int32_t level = 9;
+        CHECK(kvTableInsertEntry_CLASSLOCATION("MatchPM", "TESTVER.DLL") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest", "MatchPM") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest\\MatchPM", "CTestTM") == 1);
+        personality = MatchMake(&error, "CTest", 0);
+        CHECK(personality != 0);
+        CHECK(strcmp((const char*)kvSendMeth(&error, personality, "getTMName"), "CTestTM") == 0);
+        kvDelObject(&error, personality);
+        CHECK(kvRegistryDeleteKey("KOVA\\Protocols\\CTest") == 1);
+        CHECK(kvRegistrySetValue("KOVA\\VersionControl\\VersionReporting\\VerbosityLevel", "2") ==
+              1);
+        CHECK(kvGetRegistrySetting("VersionReporting\\VerbosityLevel", &level, 1) == 1 &&
+              level == 2);
+        CHECK(kvGetRegistrySetting("VersionReporting\\LogFile", text, 0) == 0 && text[0] == 0);
+        CHECK(kvIsVersionBad(1, 3) == 1 && kvIsVersionBad(1, 1) == 0);
+        CHECK(kvProfileGetInt("Missing", "key", 12, "KOVA.INI") == 12);
+    }
+    {
         /* A host makes a DIB handle, hands it to a RawImage and reads the
          * image's own DIB back through the same functions. */
         kvObject image = kvNewObject(&error, "RawImage", 1, 1, 1, 1, 0, "image", 0, 0);
@@ -109,28 +141,6 @@ int main(void) {
         kvDelObject(&error, image);
     }
     {
-        /* A component made through the protocol table, and the version
-         * settings with their registry and INI access. */
-        kvObject personality;
-        char text[KV_VERSION_SETTING_SIZE];
-        int32_t level = 9;
-        CHECK(kvTableInsertEntry_CLASSLOCATION("MatchPM", "TESTVER.DLL") == 1);
-        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest", "MatchPM") == 1);
-        CHECK(kvRegistrySetValue("KOVA\\Protocols\\CTest\\MatchPM", "CTestTM") == 1);
-        personality = MatchMake(&error, "CTest", 0);
-        CHECK(personality != 0);
-        CHECK(strcmp((const char*)kvSendMeth(&error, personality, "getTMName"), "CTestTM") == 0);
-        kvDelObject(&error, personality);
-        CHECK(kvRegistryDeleteKey("KOVA\\Protocols\\CTest") == 1);
-        CHECK(kvRegistrySetValue("KOVA\\VersionControl\\VersionReporting\\VerbosityLevel", "2") ==
-              1);
-        CHECK(kvGetRegistrySetting("VersionReporting\\VerbosityLevel", &level, 1) == 1 &&
-              level == 2);
-        CHECK(kvGetRegistrySetting("VersionReporting\\LogFile", text, 0) == 0 && text[0] == 0);
-        CHECK(kvIsVersionBad(1, 3) == 1 && kvIsVersionBad(1, 1) == 0);
-        CHECK(kvProfileGetInt("Missing", "key", 12, "KOVA.INI") == 12);
-    }
-    {
         /* The link registry: a provider found by its LINKID, a sink that
          * waits for it, a list of FQNs owned by the registry. */
         int16_t count = 0;
@@ -151,6 +161,23 @@ int main(void) {
         CHECK(PLRCreateLINKID(&linkId) == PLR_OK && strlen(linkId) == 9);
         CHECK(PLRUnregisterSink(square, "Viewer.Source", "Shapes") == PLR_OK);
         CHECK(PLRUnregisterProperty("Shapes", square, "Square.1") == PLR_OK);
+    }
+    {
+        static const uint32_t masks[32] = {0x10, 0x20};
+        static const char* const names[] = {"First", "Second", ""};
+        kvObject bits = kvNewObject(&error, "BitField", 0, "Bits", 1, 0);
+        kvSendMeth(&error, bits, "InitBitField", names, 0, masks, 0);
+        kvSetBitFieldDialogHook(pressFirstBox);
+        CHECK(kvSendMeth(&error, bits, "createBitFieldWindow", "Bits") == 1);
+        kvSetBitFieldDialogHook(0);
+        CHECK(kvSendMeth(&error, bits, "fetchXlatedData") == 0x10);
+        kvDelObject(&error, bits);
+        /* The lexical classes' field takes its translation table first. */
+        bits = kvNewObject(&error, "BFLexCls", masks, 0, "Lex", 2, 0);
+        kvSendMeth(&error, bits, "storeData", QLBF_LEXCLS_MAINLEX | QLBF_LEXCLS_NUMBER);
+        CHECK(kvSendMeth(&error, bits, "fetchXlatedData") == 0x30);
+        CHECK(strcmp((const char*)kvSendMeth(&error, bits, "fetchString", 1), "Number") == 0);
+        kvDelObject(&error, bits);
     }
     kvDelObject(&error, square);
     kvTerminate();

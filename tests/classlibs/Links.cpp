@@ -3,13 +3,17 @@
 //                  owner: it counts what the registry and links send it,
 //                  answers "getOwner", "getDisplayName" and "isA" as set up,
 //                  and runs an action of the test's on each message it counts
+//   TestTM (TM)    a technology with an integer property "Width" (default
+//                  100) and a source property "Input" of the service
+//                  "ImageData"; it offers "ImageData" itself
+//   SubSource (SourceProperty) a subclass that adds nothing
 #include "kova/kernel.h"
 
 #include <cstring>
 
 namespace {
 
-kvClass ProbeClass;
+kvClass ProbeClass, TestTMClass;
 
 // What a test runs when a probe receives a counted message.
 using ProbeAction = void (*)(kvObject* errSlot, kvObject probe, const char* message, void* context);
@@ -48,6 +52,11 @@ KV_METHOD_TABLE(probeMethods,                             //
                 kova::method("setAction", 2),             //
                 kova::method("setUp", 3),                 //
                 kova::method("storeData", 1));
+KV_METHOD_TABLE(testTMMethods,                         //
+                kova::method("getModuleInstance", 0),  //
+                kova::method("objInit", 1),            //
+                kova::method("registerProperties", 1), //
+                kova::method("setPropertyDefaults", 0));
 KV_EMPTY_METHOD_TABLE(noMethods);
 
 ProbeData* probeOf(void* instData) {
@@ -159,6 +168,49 @@ KV_METHOD(Probe, setUp) {
 
 KV_METHOD(Probe, storeData) {
     return count(errSlot, self, instData, "storeData", args, 0);
+}
+
+// The library holding the class, for version checks.
+KV_METHOD(TestTM, getModuleInstance) {
+    (void)errSlot, (void)instData, (void)args;
+    return reinterpret_cast<kvResult>(self->cls->library);
+}
+
+// (personality, ...): TM's objInit, then the properties.
+KV_METHOD(TestTM, objInit) {
+    (void)instData;
+    kvSendParentMethNA(errSlot, TestTMClass, self, "objInit", args);
+    kvObject width = kvNewObject(errSlot, "IntProp", 0, self, "Width", 1, 0);
+    kvSendMeth(errSlot, self, "addProperty", width);
+    kvObject input =
+        kvNewObject(errSlot, "SourceProperty", "InputLink", "ImageData", self, "Input", 2, 0);
+    kvSendMeth(errSlot, self, "addProperty", input);
+    return 0;
+}
+
+// (FQN): TM's services, and "ImageData" with itself as the linked object.
+KV_METHOD(TestTM, registerProperties) {
+    (void)instData;
+    kvSendParentMethNA(errSlot, TestTMClass, self, "registerProperties", args);
+    kvSendMeth(errSlot, self, "addService", "ImageData", self, kvArgAt(args, 0), self);
+    return 0;
+}
+
+KV_METHOD(TestTM, setPropertyDefaults) {
+    (void)instData, (void)args;
+    kvSendMeth(errSlot, self, "storeProperty", "Width", 100);
+    return 1;
+}
+
+KV_REGISTER(TestTM) {
+    if (!kvRegisterClass("TM")) return nullptr;
+    TestTMClass = kvAddClass("TestTM", "TM", 0, 0, testTMMethods.get(), noMethods.get());
+    return TestTMClass;
+}
+
+KV_REGISTER(SubSource) {
+    if (!kvRegisterClass("SourceProperty")) return nullptr;
+    return kvAddClass("SubSource", "SourceProperty", 0, 0, noMethods.get(), noMethods.get());
 }
 
 KV_REGISTER(Probe) {

@@ -5,13 +5,15 @@
 //   Listener (Object) a subscriber that records what it is sent
 //   Broken (Object)   lists a method whose procedure the library lacks
 //   CountedName (IntProp) counts how often it is asked for its name
+//   Endless (Stream)  a stream that never ends: it delivers a pattern, then
+//                     the pattern from a given offset on, over and over
 #include "kova/kernel.h"
 
 #include <cstring>
 
 namespace {
 
-kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, CountedNameClass;
+kvClass ShapeClass, PolygonClass, SquareClass, ListenerClass, CountedNameClass, EndlessClass;
 
 // A class's slice starts wherever its ancestors' data ends (Object owns the
 // first 2 bytes), so instance data is declared packed.
@@ -32,6 +34,13 @@ struct ListenerData {
 };
 struct CountedNameData {
     int32_t nameCalls; // "getName" sends received
+};
+struct EndlessData {
+    const uint8_t* pattern; // the caller's bytes, delivered in turn
+    uint32_t length;        // of the pattern
+    uint32_t repeatFrom;    // where the pattern starts again after its end
+    uint32_t at;            // next byte of the pattern
+    uint64_t delivered;     // bytes read so far
 };
 #pragma pack(pop)
 
@@ -66,6 +75,12 @@ KV_METHOD_TABLE(listenerMethods,              //
 KV_METHOD_TABLE(countedNameMethods,         //
                 kova::method("getName", 0), //
                 kova::method("getNameCalls", 0));
+KV_METHOD_TABLE(endlessMethods,                  //
+                kova::method("Read", 2),         //
+                kova::method("Seek", 2),         //
+                kova::method("Write", 2),        //
+                kova::method("getDelivered", 0), //
+                kova::method("objInit", 3));
 KV_METHOD_TABLE(brokenMethods, //
                 kova::method("missingProcedure", 0));
 
@@ -195,6 +210,49 @@ KV_METHOD(CountedName, getNameCalls) {
     return static_cast<CountedNameData*>(instData)->nameCalls;
 }
 
+// (buffer, count): fills the buffer whole, whatever the count.
+KV_METHOD(Endless, Read) {
+    (void)errSlot, (void)self;
+    auto* endless = static_cast<EndlessData*>(instData);
+    auto* buffer = reinterpret_cast<uint8_t*>(kvArgAt(args, 0));
+    const auto count = static_cast<uint32_t>(kvArgAt(args, 1));
+    if (!endless->length) return 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        buffer[i] = endless->pattern[endless->at];
+        if (++endless->at == endless->length) endless->at = endless->repeatFrom;
+    }
+    endless->delivered += count;
+    return count;
+}
+
+KV_METHOD(Endless, Seek) {
+    (void)errSlot, (void)self, (void)instData, (void)args;
+    return 0;
+}
+
+KV_METHOD(Endless, Write) {
+    (void)errSlot, (void)self, (void)instData;
+    return kvArgAt(args, 1);
+}
+
+// Saturates rather than wraps on a 32-bit host.
+KV_METHOD(Endless, getDelivered) {
+    (void)errSlot, (void)self, (void)args;
+    const uint64_t delivered = static_cast<EndlessData*>(instData)->delivered;
+    return delivered > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<kvResult>(delivered);
+}
+
+// (pattern, length, repeat-from offset, ...)
+KV_METHOD(Endless, objInit) {
+    const kvArgs rest = kvArgsAfter(args, 3);
+    kvSendParentMethNA(errSlot, EndlessClass, self, "objInit", &rest);
+    auto* endless = static_cast<EndlessData*>(instData);
+    endless->pattern = reinterpret_cast<const uint8_t*>(kvArgAt(args, 0));
+    endless->length = static_cast<uint32_t>(kvArgAt(args, 1));
+    endless->repeatFrom = static_cast<uint32_t>(kvArgAt(args, 2));
+    return 0;
+}
+
 KV_REGISTER(Shape) {
     if (!kvRegisterClass("Object")) return nullptr;
     ShapeClass = kvAddClass("Shape", "Object", sizeof(ShapeData), 0, shapeMethods.get(),
@@ -232,4 +290,11 @@ KV_REGISTER(CountedName) {
     CountedNameClass = kvAddClass("CountedName", "IntProp", sizeof(CountedNameData), 0,
                                   countedNameMethods.get(), noMethods.get());
     return CountedNameClass;
+}
+
+KV_REGISTER(Endless) {
+    if (!kvRegisterClass("Stream")) return nullptr;
+    EndlessClass = kvAddClass("Endless", "Stream", sizeof(EndlessData), 0, endlessMethods.get(),
+                              noMethods.get());
+    return EndlessClass;
 }

@@ -1,6 +1,8 @@
 // The kernel's Windows-only resources, read back from KOVA32.DLL as the system
-// reads them: the error dialog's template agrees with kova/errdialog.h, and the
+// reads them: the error dialog's template agrees with kova/errdialog.h, the
+// bit dialog's with kova/bitdialog.h, and the
 // version resource carries the project's version.
+#include "kova/bitdialog.h"
 #include "kova/errdialog.h"
 #include "kova/kernel.h"
 #include "platform/win32/ResourceIds.h"
@@ -54,6 +56,32 @@ struct Control {
     DWORD style;
 };
 
+// Reads `count` controls: those with an id by id, the titles of those
+// without (-1) into `labels`.
+std::map<int, Control> readControls(TemplateReader& reader, WORD count,
+                                    std::vector<std::string>* labels) {
+    std::map<int, Control> controls;
+    for (WORD i = 0; i < count; ++i) {
+        reader.alignToDword();
+        Control control{};
+        control.style = reader.take<DWORD>();
+        reader.take<DWORD>(); // extended style
+        for (int k = 0; k < 4; ++k)
+            reader.take<short>(); // position and size
+        const int id = static_cast<short>(reader.take<WORD>());
+        control.className = reader.takeNameOrOrdinal();
+        control.title = reader.takeNameOrOrdinal();
+        const auto extraBytes = reader.take<WORD>();
+        for (WORD k = 0; k < extraBytes; ++k)
+            reader.take<BYTE>();
+        if (id == -1)
+            labels->push_back(control.title);
+        else
+            controls[id] = control;
+    }
+    return controls;
+}
+
 constexpr std::string_view buttonClass = "#128";
 constexpr std::string_view editClass = "#129";
 
@@ -78,26 +106,8 @@ TEST(WindowsResources, ErrorDialogTemplateMatchesTheDialogsHeader) {
     EXPECT_EQ(reader.take<WORD>(), KV_ERRDLG_FONT_POINTS);
     EXPECT_EQ(reader.takeNameOrOrdinal(), KV_ERRDLG_FONT);
 
-    std::map<int, Control> controls;
     std::vector<std::string> labels;
-    for (WORD i = 0; i < controlCount; ++i) {
-        reader.alignToDword();
-        Control control{};
-        control.style = reader.take<DWORD>();
-        reader.take<DWORD>(); // extended style
-        for (int k = 0; k < 4; ++k)
-            reader.take<short>(); // position and size
-        const int id = static_cast<short>(reader.take<WORD>());
-        control.className = reader.takeNameOrOrdinal();
-        control.title = reader.takeNameOrOrdinal();
-        const auto extraBytes = reader.take<WORD>();
-        for (WORD k = 0; k < extraBytes; ++k)
-            reader.take<BYTE>();
-        if (id == -1)
-            labels.push_back(control.title);
-        else
-            controls[id] = control;
-    }
+    std::map<int, Control> controls = readControls(reader, controlCount, &labels);
 
     const std::map<int, std::string> buttons = {{KV_ERRDLG_OK, "OK"},
                                                 {KV_ERRDLG_HELP, "&Help"},
@@ -135,6 +145,38 @@ TEST(WindowsResources, KernelCarriesTheProjectsVersion) {
     EXPECT_EQ(LOWORD(fixed.dwFileVersionMS), KOVA_VERSION_MINOR);
     EXPECT_EQ(HIWORD(fixed.dwFileVersionLS), KOVA_VERSION_PATCH);
     EXPECT_EQ(fixed.dwFileType, static_cast<DWORD>(VFT_DLL));
+}
+
+} // namespace
+
+namespace {
+
+TEST(WindowsResources, BitDialogTemplateMatchesTheDialogsHeader) {
+    const auto kernel = static_cast<HMODULE>(kvGetKOVAInstance());
+    HRSRC info = FindResourceA(kernel, MAKEINTRESOURCEA(KV_BITDLG_TEMPLATE_ID), RT_DIALOG);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(KV_BITDLG_TEMPLATE_ID, 103);
+    TemplateReader reader(static_cast<const BYTE*>(LockResource(LoadResource(kernel, info))));
+    reader.take<DWORD>(); // style
+    reader.take<DWORD>(); // extended style
+    const auto controlCount = reader.take<WORD>();
+    for (int k = 0; k < 4; ++k)
+        reader.take<short>();   // position and size
+    reader.takeNameOrOrdinal(); // menu
+    reader.takeNameOrOrdinal(); // class
+    reader.takeNameOrOrdinal(); // caption
+    reader.take<WORD>();        // font size
+    reader.takeNameOrOrdinal(); // font
+    std::vector<std::string> labels;
+    std::map<int, Control> controls = readControls(reader, controlCount, &labels);
+    EXPECT_EQ(controls.size(), size_t{KV_BITDLG_BOXES} + 2);
+    for (int id = KV_BITDLG_FIRST_BOX; id <= KV_BITDLG_LAST_BOX; ++id) {
+        ASSERT_TRUE(controls.contains(id)) << id;
+        EXPECT_EQ(controls[id].className, buttonClass) << id;
+        EXPECT_EQ(controls[id].style & 0xF, static_cast<DWORD>(BS_AUTOCHECKBOX)) << id;
+    }
+    EXPECT_EQ(controls[KV_BITDLG_OK].title, "OK");
+    EXPECT_EQ(controls[KV_BITDLG_CANCEL].title, "Cancel");
 }
 
 } // namespace

@@ -214,20 +214,26 @@ void Session::assign(const std::string& name, kvResult value, ResultKind kind) {
         texts_.emplace_back(reinterpret_cast<const char*>(value));
         held.slot = reinterpret_cast<kvArg>(texts_.back().c_str());
     }
+    if (kind == ResultKind::Object) hearTermination(reinterpret_cast<kvObject>(value));
     variables_[name] = held;
 }
 
 void Session::track(kvObject object) {
     made_.push_back(object);
-    if (!terminationWatch_) return;
-    // Objects that announce their end ("OnTerm": properties, errors,
-    // components) may be deleted by an owner; the session then forgets them.
+    hearTermination(object);
+}
+
+// Objects that announce their end ("OnTerm": properties, errors, components)
+// may be deleted by an owner or by a send; the session then forgets them.
+void Session::hearTermination(kvObject object) {
+    if (!terminationWatch_ || !object || !heard_.insert(object).second) return;
     kvObject subscribeSlot = nullptr;
     kvAddNotification(&subscribeSlot, object, "OnTerm", terminationWatch_, watchMethodName, 0);
     deleteErrorStack(&subscribeSlot);
 }
 
 void Session::forget(kvObject object) {
+    heard_.erase(object);
     std::erase(made_, object);
     std::erase_if(variables_, [object](const auto& entry) {
         return entry.second.kind == ResultKind::Object &&
@@ -304,8 +310,7 @@ bool Session::runLoad(const Statement& statement) {
     const unsigned long messagesBefore = messagesShown;
     const kvClass cls = kvRegisterClass(statement.target.c_str());
     if (!cls) return false;
-    std::fprintf(out_, "%s (parent %s, instance size %u)\n", cls->name,
-                 cls->parent ? cls->parent->name : "none", cls->instanceSize);
+    std::fprintf(out_, "%s (parent %s)\n", cls->name, cls->parent ? cls->parent->name : "none");
     return messagesShown == messagesBefore;
 }
 
@@ -426,6 +431,10 @@ std::vector<std::string> Session::classNames() const {
     std::vector<std::string> names;
     for (size_t i = 0; i < kvGetClassCount(); ++i)
         names.emplace_back(kvGetClassAt(i)->name);
+    // Classes not loaded yet are known only where the class location table
+    // names them (the kernel's own are found without an entry).
+    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i)
+        if (const char* name = kvTableGetKey_CLASSLOCATION(i)) names.emplace_back(name);
     return names;
 }
 

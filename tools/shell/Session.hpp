@@ -18,6 +18,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,7 +41,7 @@ class Session {
     bool quitRequested() const { return quit_; }
 
     // For completion: the names of the session's variables, of the classes in
-    // the class table, and of the methods a variable's object (or, for
+    // the class table or the class location table, and of the methods a variable's object (or, for
     // `classMethods`, a class) answers, its ancestors' included.
     std::vector<std::string> variableNames() const;
     std::vector<std::string> classNames() const;
@@ -79,6 +80,7 @@ class Session {
     bool settle(kvObject slotBefore, unsigned long messagesBefore);
     void assign(const std::string& name, kvResult value, ResultKind kind);
     void track(kvObject object);
+    void hearTermination(kvObject object);
     // Forgets an object that is gone: the session no longer deletes it, and
     // no variable holds it any longer.
     void forget(kvObject object);
@@ -93,6 +95,7 @@ class Session {
     std::deque<std::string> texts_; // strings given to the kernel, alive until the end
     std::deque<float> floats_;      // floats given by pointer, alive until the end
     std::vector<kvObject> made_;    // objects made by "new" that still exist, oldest first
+    std::set<kvObject> heard_;      // objects whose "OnTerm" the session hears
     std::vector<std::unique_ptr<Watch>> watches_;
     kvObject terminationWatch_ = nullptr; // hears "OnTerm" of the objects made
     bool quit_ = false;
