@@ -81,6 +81,20 @@ TEST_F(ProfileTest, WritingChangesOneLineAndKeepsTheRest) {
     EXPECT_EQ(get("A", "Key"), "new");
 }
 
+#ifndef _WIN32
+TEST_F(ProfileTest, AFailedAllocationLeavesTheFileAsItWas) {
+    const std::string text = "[A]\nfirst=1\n; keep me\n[B]\nsecond=2\n";
+    use(text);
+    failEachAllocation(
+        [&] {
+            return kvProfileWriteString("B", "third", "a value beyond short strings",
+                                        path.c_str()) == 1;
+        },
+        [&] { EXPECT_EQ(readFile(path), text); });
+    EXPECT_EQ(get("B", "third"), "a value beyond short strings");
+}
+#endif
+
 TEST_F(ProfileTest, AMissingFileIsMadeAndReadsAsEmpty) {
     path = std::filesystem::absolute(tempPath()).string();
     EXPECT_EQ(get("S", "k"), "<default>");

@@ -150,6 +150,15 @@ TEST_F(RegistryStoreTest, ACorruptStoreIsReportedOnceReadAsEmptyAndKeptUntilACha
     }
 }
 
+TEST_F(RegistryStoreTest, AStoreThatIsNoFileIsReportedAndKeptAside) {
+    std::filesystem::create_directory(store);
+    EXPECT_EQ(value("A"), "<none>");
+    EXPECT_EQ(shownMessages().size(), 1u);
+    EXPECT_EQ(kvRegistrySetValue("A", "1"), 1);
+    EXPECT_TRUE(std::filesystem::is_directory(store + ".corrupt"));
+    std::filesystem::remove(store + ".corrupt");
+}
+
 TEST_F(RegistryStoreTest, AWriterKilledMidWriteLeavesTheOldStoreOrTheNew) {
     const std::string big(4 << 20, 'v');
     ASSERT_EQ(kvRegistrySetValue("Big", "old"), 1);

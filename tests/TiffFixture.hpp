@@ -6,6 +6,7 @@
 #include "tests/KernelFixture.hpp"
 
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,6 +17,38 @@
 namespace kova::test {
 
 using TiffBytes = std::vector<uint8_t>;
+
+// What a command prints on its standard output and error, and its exit
+// status; a status of -1 when it cannot be run.
+struct Output {
+    std::string text;
+    int status = -1;
+};
+
+inline Output run(const std::string& commandLine) {
+    Output output;
+#ifdef _WIN32
+    (void)commandLine;
+#else
+    std::FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
+    if (!pipe) return output;
+    char buffer[4096];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.text.append(buffer, got);
+    output.status = pclose(pipe);
+#endif
+    return output;
+}
+
+inline bool haveTool(const char* name) {
+#ifdef _WIN32
+    (void)name;
+    return false;
+#else
+    return run(std::string("command -v ") + name + " >/dev/null").status == 0;
+#endif
+}
 
 // Builds a TIFF file: the header, then each directory followed by the items
 // that do not fit in its entries, every directory on an even offset and

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <map>
 #include <sstream>
 #include <string>
@@ -14,38 +13,6 @@
 
 namespace kova::test {
 namespace {
-
-// What a command prints on its standard output and error, and its exit
-// status; a status of -1 when it cannot be run.
-struct Output {
-    std::string text;
-    int status = -1;
-};
-
-Output run(const std::string& commandLine) {
-    Output output;
-#ifdef _WIN32
-    (void)commandLine;
-#else
-    std::FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-        output.text.append(buffer, got);
-    output.status = pclose(pipe);
-#endif
-    return output;
-}
-
-bool haveTool(const char* name) {
-#ifdef _WIN32
-    (void)name;
-    return false;
-#else
-    return run(std::string("command -v ") + name + " >/dev/null").status == 0;
-#endif
-}
 
 // tiffdump's lines for tags, by directory: "Name (number) TYPE (code) count<values>".
 std::vector<std::vector<std::string>> dumpedTags(const std::string& dump) {

@@ -191,7 +191,7 @@ TEST_F(VersionControlTest, TheReportDialogIsShownWhenTheSettingIsOne) {
 #ifdef _WIN32
     HMODULE dialog = ::LoadLibraryA("RPTDLG32.DLL");
     auto shown = reinterpret_cast<int (*)(int*, const char**)>(
-        ::GetProcAddress(dialog, "reportDialogShown"));
+        reinterpret_cast<void*>(::GetProcAddress(dialog, "reportDialogShown")));
 #else
     void* dialog = ::dlopen("librptdlg32.so", RTLD_NOW);
     auto shown =
@@ -214,6 +214,44 @@ TEST_F(VersionControlTest, TheReportDialogIsShownWhenTheSettingIsOne) {
 #else
     ::dlclose(dialog);
 #endif
+}
+
+TEST_F(VersionControlTest, TheTriggersSendTheComponentItsCheck) {
+    kvObject component = make("MatchPM");
+    ASSERT_NE(component, nullptr);
+    auto check = [&] { return kvSendMeth(&error, component, "getCheck"); };
+    components::checkVersionsOnFirstInstance(&error, component);
+    components::checkVersionsOnError(&error, component);
+    EXPECT_EQ(check(), -1) << "no setting, no check";
+
+    setSetting("VersionChecking\\OnStartUp", "3");
+    components::checkVersionsOnFirstInstance(&error, component);
+    EXPECT_EQ(check(), 0 * 1000 + 3) << "mode 0; the setting's value passes as the level";
+    setSetting("VersionChecking\\OnFirstUse", "1");
+    components::checkVersionsOnFirstInstance(&error, component);
+    const kvResult firstUse = check();
+    EXPECT_GE(firstUse, -32768 * 1000) << "the low 16 bits of the setting name's address";
+    EXPECT_LE(firstUse, 32767 * 1000 + 999);
+    EXPECT_EQ((firstUse % 1000 + 1000) % 1000, 1);
+    setSetting("VersionChecking\\OnError", "2");
+    components::checkVersionsOnError(&error, component);
+    EXPECT_EQ(check(), 2 * 1000 + 2);
+}
+
+TEST(VersionControlStartUp, TheKernelCopiesKovaIniAndResetsFirstUseWhenItStops) {
+    char ini[1024];
+    kvProfilePath("KOVA.INI", ini, sizeof ini);
+    std::ofstream(ini) << "[VersionChecking]\nOnFirstUse=1\n[Protocols]\ntotal=1\n"
+                          "Protocol0=StartUp\n[Protocol0]\ndefault=P\ntotal=0\n";
+    kvInitialize();
+    EXPECT_EQ(setting("VersionChecking\\OnFirstUse"), "1");
+    char fallback[32];
+    EXPECT_EQ(kvRegistryGetValue("KOVA\\Protocols\\StartUp", fallback, sizeof fallback), 1);
+    EXPECT_STREQ(fallback, "P");
+    kvTerminate();
+    std::filesystem::remove(ini);
+    EXPECT_EQ(setting("VersionChecking\\OnFirstUse"), "0");
+    kvRegistryDeleteKey("KOVA\\Protocols\\StartUp");
 }
 
 TEST_F(VersionControlTest, TheKernelsOwnVersionIsTheProjects) {

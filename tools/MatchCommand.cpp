@@ -1,8 +1,10 @@
 // kova match: the protocol table that Match reads (registry key
 // "KOVA\Protocols"), filled from and written to INI files in the exchange
 // format, shown as a tree, and used to make a component.
+#include "kova/classloc.h"
 #include "kova/host.h"
 #include "kova/match.h"
+#include "kova/plr.h"
 #include "kova/registry.h"
 #include "tools/Command.hpp"
 
@@ -24,9 +26,12 @@ constexpr const char* usageText =
     "  import FILE            copy the table of the INI file FILE into the registry\n"
     "  export FILE            write the registry's table into the INI file FILE\n"
     "  show [FILE]            the table of FILE, or of the registry, as a tree\n"
-    "  make PROTOCOL [PERSONALITY]\n"
+    "  make PROTOCOL [PERSONALITY] [--classloc FILE]\n"
     "                         start the kernel, make the component's personality\n"
-    "                         module, activate it and report the classes made\n"
+    "                         module, activate it and report the personality and\n"
+    "                         technology classes made and the services registered;\n"
+    "                         --classloc names a class location file to use\n"
+    "                         instead of the built-in table\n"
     "\n"
     "INI format: [Protocols] total=N, Protocol0=NAME...; one section per protocol\n"
     "([Protocol0]...) with default=, total=, Personality0=NAME... and NAME=TECHNOLOGY.\n"
@@ -76,14 +81,34 @@ void showFile(const char* file) {
     }
 }
 
+// Every provider in the link registry: in a kernel started for one component,
+// the services it registered.
+void printServices() {
+    const int16_t services = PLRGetServiceCount();
+    std::printf("services:%s\n", services > 0 ? "" : " none");
+    for (int16_t i = 0; i < services; ++i) {
+        const char* service = PLRGetServiceName(i);
+        for (int16_t j = 0; j < PLRGetProviderCount(service); ++j) {
+            PLRProviderInfo info{};
+            if (PLRGetProviderInfo(service, j, &info) != 0) continue;
+            std::printf("  %s: %s (%s)\n", service, info.fqn ? info.fqn : "",
+                        info.provider ? info.provider->cls->name : "no object");
+        }
+    }
+}
+
 // MatchTerm warns that it rewrites the file; the person who asked for the
 // export knows.
 int quietWarning(const char*, const char*, unsigned) {
     return KV_IDOK;
 }
 
-int make(const char* protocol, const char* personality) {
+int make(const char* protocol, const char* personality, const char* classLocations) {
     kvInitialize();
+    if (classLocations && !kvTableLoad_CLASSLOCATION(classLocations)) {
+        kvTerminate();
+        return command.fail("cannot load the class location file " + tools::quoted(classLocations));
+    }
     kvObject error = nullptr;
     kvObject made = MatchMake(&error, protocol, personality);
     int result = Success;
@@ -95,7 +120,11 @@ int make(const char* protocol, const char* personality) {
         std::printf("personality: %s\n", made->cls->name);
         if (kvSendMeth(nullptr, made, "respondsTo", "activate")) {
             kvSendMeth(&error, made, "activate");
-            std::printf("activated\n");
+            const auto technology = reinterpret_cast<kvObject>(kvSendMeth(&error, made, "getTM"));
+            std::printf("technology: %s\n", technology ? technology->cls->name : "<none made>");
+            printServices();
+        } else {
+            std::printf("technology: not made (%s has no \"activate\")\n", made->cls->name);
         }
         kvDelObject(&error, made);
     }
@@ -138,8 +167,15 @@ int runMatch(int argc, char** argv) {
         }
         return Success;
     }
-    if (action == "make" && (argc == 3 || argc == 4))
-        return make(argv[2], argc == 4 ? argv[3] : nullptr);
+    if (action == "make") {
+        const char* classLocations = nullptr;
+        if (argc >= 5 && !std::strcmp(argv[argc - 2], "--classloc")) {
+            classLocations = argv[argc - 1];
+            argc -= 2;
+        }
+        if (argc == 3 || argc == 4)
+            return make(argv[2], argc == 4 ? argv[3] : nullptr, classLocations);
+    }
     return command.badUsage("unknown action or wrong arguments: " + tools::quoted(action));
 }
 

@@ -6,6 +6,7 @@
 // code.
 #include "kova/classloc.h"
 #include "kova/kernel.h"
+#include "kova/match.h"
 #include "tools/Command.hpp"
 #include "tools/shell/LineReader.hpp"
 #include "tools/shell/Session.hpp"
@@ -18,7 +19,7 @@ namespace kova::tools {
 namespace {
 
 constexpr const char* usageText =
-    "usage: kova shell [--classloc FILE] [--keep-going] [--echo] [SCRIPT]\n"
+    "usage: kova shell [--classloc FILE] [--ini FILE] [--keep-going] [--echo] [SCRIPT]\n"
     "\n"
     "Starts the kernel and reads statements: from SCRIPT, else from the standard\n"
     "input (with line editing, history and completion on a terminal). Type 'help'\n"
@@ -30,6 +31,7 @@ constexpr const char* usageText =
     "  p fetchData\n"
     "\n"
     "--classloc FILE  use this class location file instead of the built-in table\n"
+    "--ini FILE       import the protocol table of this INI file (for 'match')\n"
     "--keep-going     in a script, go on after a statement that failed\n"
     "--echo           print each statement read from a script before its result\n"
     "\n"
@@ -45,6 +47,7 @@ constexpr Command command{"shell", usageText};
 
 struct Options {
     const char* classLocationFile = nullptr;
+    const char* iniFile = nullptr;
     const char* script = nullptr;
     bool keepGoing = false;
     bool echo = false;
@@ -65,6 +68,9 @@ int readOptions(int argc, char** argv, Options& options) {
         } else if (!std::strcmp(argument, "--classloc")) {
             if (i + 1 >= argc) return command.badUsage("--classloc needs a file name");
             options.classLocationFile = argv[++i];
+        } else if (!std::strcmp(argument, "--ini")) {
+            if (i + 1 >= argc) return command.badUsage("--ini needs a file name");
+            options.iniFile = argv[++i];
         } else if (argument[0] == '-' && argument[1]) {
             return command.badUsage("unknown option " + quoted(argument));
         } else if (options.script) {
@@ -74,6 +80,14 @@ int readOptions(int argc, char** argv, Options& options) {
         }
     }
     return -1;
+}
+
+// MatchInit reads a missing file as an empty one; the shell says so instead.
+bool importIni(const char* fileName) {
+    FILE* file = std::fopen(fileName, "r");
+    if (!file) return false;
+    std::fclose(file);
+    return MatchInit(fileName) == 1;
 }
 
 // Runs every line; answers whether all of them succeeded.
@@ -108,6 +122,8 @@ int runShell(int argc, char** argv) {
     if (options.classLocationFile && !kvTableLoad_CLASSLOCATION(options.classLocationFile)) {
         result = command.fail("cannot load the class location file " +
                               quoted(options.classLocationFile));
+    } else if (options.iniFile && !importIni(options.iniFile)) {
+        result = command.fail("cannot import the INI file " + quoted(options.iniFile));
     } else {
         shell::Session session(stdout);
         std::unique_ptr<shell::LineReader> reader;

@@ -14,6 +14,7 @@
 #include "kova/plr.h"
 #include "kova/registry.h"
 #include "kova/resources.h"
+#include "kova/sideband.h"
 #include "kova/version.h"
 
 #include <stdio.h>
@@ -161,6 +162,16 @@ int main(void) {
         CHECK(PLRCreateLINKID(&linkId) == PLR_OK && strlen(linkId) == 9);
         CHECK(PLRUnregisterSink(square, "Viewer.Source", "Shapes") == PLR_OK);
         CHECK(PLRUnregisterProperty("Shapes", square, "Square.1") == PLR_OK);
+    }
+    {
+        /* A sideband table read through its record layout. */
+        const int32_t strips[2] = {8, 40};
+        kvObject sideband = kvNewObject(&error, "SidebandData", (kvObject)0, "Sideband", 1, 0);
+        CHECK(kvSendMeth(&error, sideband, "addTag", 273, 4, 2, 0x5, strips) == 0);
+        kvSidebandTag** table = (kvSidebandTag**)kvSendMeth(&error, sideband, "getTagTablePointer");
+        CHECK(table && table[0]->id == 273 && table[0]->count == 2 && table[0]->flags == 0x5);
+        CHECK(table && memcmp(kvSidebandTagData(table[0]), strips, sizeof strips) == 0);
+        kvDelObject(&error, sideband);
     }
     {
         static const uint32_t masks[32] = {0x10, 0x20};

@@ -2,7 +2,9 @@
 // "TESTVER.DLL": its own file version and expected-version list (Versions.def),
 // and one personality class
 //   MatchPM (Object)  remembers the technology named by "setTMName"
-//                     ("getTMName" answers it)
+//                     ("getTMName" answers it) and the mode and level of the
+//                     last "checkVersionAPI" ("getCheck" answers them as
+//                     mode * 1000 + level, -1 before any)
 #include "kova/kernel.h"
 #include "kova/resources.h"
 
@@ -15,13 +17,34 @@ kvClass MatchPMClass;
 #pragma pack(push, 1)
 struct MatchPMData {
     char technology[32];
+    int32_t lastCheck; // mode * 1000 + level of the last "checkVersionAPI"
 };
 #pragma pack(pop)
 
-KV_METHOD_TABLE(matchPMMethods, kova::method("getTMName", 0), kova::method("setTMName", 1));
+KV_METHOD_TABLE(matchPMMethods, kova::method("checkVersionAPI", 2), kova::method("getCheck", 0),
+                kova::method("getTMName", 0), kova::method("objInit", 0),
+                kova::method("setTMName", 1));
 KV_EMPTY_METHOD_TABLE(noMethods);
 
 } // namespace
+
+KV_METHOD(MatchPM, objInit) {
+    kvSendParentMethNA(errSlot, MatchPMClass, self, "objInit", args);
+    static_cast<MatchPMData*>(instData)->lastCheck = -1;
+    return 0;
+}
+
+KV_METHOD(MatchPM, checkVersionAPI) {
+    (void)errSlot, (void)self;
+    static_cast<MatchPMData*>(instData)->lastCheck =
+        static_cast<int32_t>(kvArgAt(args, 0) * 1000 + kvArgAt(args, 1));
+    return 0;
+}
+
+KV_METHOD(MatchPM, getCheck) {
+    (void)errSlot, (void)self, (void)args;
+    return static_cast<MatchPMData*>(instData)->lastCheck;
+}
 
 KV_METHOD(MatchPM, getTMName) {
     (void)errSlot, (void)self, (void)args;

@@ -3,12 +3,14 @@
 # with the line "exit N", the shell's exit status. Addresses vary from run to
 # run, so every 0x... number reads 0x? on both sides; Windows line ends are
 # read as line feeds. The first line of a script may hold the shell's options
-# after "#options:".
+# after "#options:", where @DIR@ stands for the script's folder.
 #   cmake -DKOVA=... [-DEMULATOR=...] -DSCRIPT=... -DWORK=... -P RunShellScript.cmake
 file(STRINGS ${SCRIPT} first_line LIMIT_COUNT 1)
 set(options --echo)
 if(first_line MATCHES "^#options:(.*)$")
-  separate_arguments(extra UNIX_COMMAND "${CMAKE_MATCH_1}")
+  get_filename_component(script_dir ${SCRIPT} DIRECTORY)
+  string(REPLACE "@DIR@" "${script_dir}" extra "${CMAKE_MATCH_1}")
+  separate_arguments(extra UNIX_COMMAND "${extra}")
   list(APPEND options ${extra})
 endif()
 file(REMOVE_RECURSE ${WORK})

@@ -171,6 +171,7 @@ class StatementReader {
             if (peek().kind == Token::End)
                 return SyntaxError{peek().column, "new or a send expected after '='"};
             if (peek().kind == Token::Word && peek().text == "new") return readNew(statement);
+            if (peek().kind == Token::Word && peek().text == "match") return readMatch(statement);
             return readSend(statement);
         }
         const Token& first = peek();
@@ -178,6 +179,7 @@ class StatementReader {
         if (peek(1).kind == Token::Bang) return readSend(statement);
         const std::string& word = first.text;
         if (word == "new") return readNew(statement);
+        if (word == "match") return readMatch(statement);
         if (word == "del") return readWithNames(statement, Statement::Delete, "variable", nullptr);
         if (word == "load") return readWithNames(statement, Statement::Load, "class name", nullptr);
         if (word == "methods")
@@ -240,6 +242,22 @@ class StatementReader {
         if (auto* error = std::get_if<SyntaxError>(&name)) return *error;
         statement.name = std::get<std::string>(name);
         return readArguments(statement);
+    }
+
+    // match PROTOCOL [PERSONALITY]: the protocol in `target`, the personality
+    // (empty for the protocol's default) in `name`.
+    ParseResult readMatch(Statement& statement) {
+        next();
+        statement.kind = Statement::Match;
+        auto protocol = expectName("protocol name", &statement.targetColumn);
+        if (auto* error = std::get_if<SyntaxError>(&protocol)) return *error;
+        statement.target = std::get<std::string>(protocol);
+        if (peek().kind != Token::End) {
+            auto personality = expectName("personality name", &statement.nameColumn);
+            if (auto* error = std::get_if<SyntaxError>(&personality)) return *error;
+            statement.name = std::get<std::string>(personality);
+        }
+        return finish(statement);
     }
 
     // VAR METHOD args, or CLASS! METHOD args.

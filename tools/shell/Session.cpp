@@ -3,6 +3,7 @@
 
 #include "kova/classloc.h"
 #include "kova/host.h"
+#include "kova/match.h"
 #include "tools/shell/Display.hpp"
 #include "tools/shell/ShellWatch.hpp"
 
@@ -36,6 +37,7 @@ const char* helpText =
     "  VAR = new CLASS ARGS...     make an object (the variable is optional)\n"
     "  [VAR =] VAR METHOD ARGS...  send a method to the variable's object\n"
     "  [VAR =] CLASS! METHOD ARGS  send a class method\n"
+    "  [VAR =] match PROTOCOL [PERSONALITY]  make a component's personality module\n"
     "  del VAR                     delete the variable's object\n"
     "  load CLASS                  register a class, loading its library\n"
     "  classes                     list the classes\n"
@@ -122,6 +124,8 @@ bool Session::run(const Statement& statement, std::string_view line) {
     case Statement::Send:
     case Statement::ClassSend:
         return runSend(statement, line);
+    case Statement::Match:
+        return runMatch(statement);
     case Statement::Delete:
         return runDelete(statement, line);
     case Statement::Load:
@@ -248,6 +252,13 @@ bool Session::runNew(const Statement& statement, std::string_view line) {
     const kvObject slotBefore = errorSlot_;
     const unsigned long messagesBefore = messagesShown;
     const kvObject object = kvNewObjectNA(&errorSlot_, statement.name.c_str(), &list);
+    return made(statement, object, slotBefore, messagesBefore);
+}
+
+// Prints the object made by "new" or "match" (assigned when asked) and
+// answers whether it was made cleanly.
+bool Session::made(const Statement& statement, kvObject object, kvObject slotBefore,
+                   unsigned long messagesBefore) {
     const auto value = reinterpret_cast<kvResult>(object);
     if (object) track(object);
     if (!statement.assignTo.empty()) {
@@ -258,6 +269,15 @@ bool Session::runNew(const Statement& statement, std::string_view line) {
         std::fprintf(out_, "= %s\n", shownValue(value, ResultKind::Object).c_str());
     }
     return settle(slotBefore, messagesBefore) && object;
+}
+
+// The personality module the protocol table names, made by MatchMake.
+bool Session::runMatch(const Statement& statement) {
+    const kvObject slotBefore = errorSlot_;
+    const unsigned long messagesBefore = messagesShown;
+    const kvObject object = MatchMake(&errorSlot_, statement.target.c_str(),
+                                      statement.name.empty() ? nullptr : statement.name.c_str());
+    return made(statement, object, slotBefore, messagesBefore);
 }
 
 bool Session::runSend(const Statement& statement, std::string_view line) {

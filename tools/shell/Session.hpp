@@ -57,6 +57,9 @@ class Session {
     bool run(const Statement& statement, std::string_view line);
     bool runNew(const Statement& statement, std::string_view line);
     bool runSend(const Statement& statement, std::string_view line);
+    bool runMatch(const Statement& statement);
+    bool made(const Statement& statement, kvObject object, kvObject slotBefore,
+              unsigned long messagesBefore);
     bool runDelete(const Statement& statement, std::string_view line);
     bool runLoad(const Statement& statement);
     bool runClasses();

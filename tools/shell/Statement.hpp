@@ -29,6 +29,7 @@ struct Statement {
         New,       // [var =] new CLASS args
         Send,      // [var =] VAR METHOD args
         ClassSend, // [var =] CLASS! METHOD args
+        Match,     // [var =] match PROTOCOL [PERSONALITY]
         Delete,    // del VAR
         Load,      // load CLASS
         Classes,   // classes
@@ -45,7 +46,7 @@ struct Statement {
     Kind kind = Empty;
     std::string assignTo; // variable receiving the result, or empty
     std::string target;   // the variable or class the statement acts on
-    std::string name;     // the method, class, event or file name
+    std::string name;     // the method, class, event or file name; a personality
     std::vector<Argument> args;
     size_t targetColumn = 0;
     size_t nameColumn = 0;
