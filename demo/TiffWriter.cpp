@@ -83,6 +83,11 @@ Placed appendPage(std::vector<uint8_t>& file, const Page& page, uint64_t base, u
     if ((base + file.size()) % 2) file.push_back(0);
 
     std::vector<uint32_t> text(software, software + sizeof software);
+    // Each page is described, so that a tag editor can later replace the
+    // description in place, where the directory keeps its tags in order.
+    char about[64];
+    std::snprintf(about, sizeof about, "KOVA demo page %u of %u", index + 1, total);
+    std::vector<uint32_t> description(about, about + std::strlen(about) + 1);
     const uint32_t strips = static_cast<uint32_t>(offsets.size());
     const uint32_t dpi = static_cast<uint32_t>(page.dpi);
     const std::vector<Entry> entries = {
@@ -92,6 +97,7 @@ Placed appendPage(std::vector<uint8_t>& file, const Page& page, uint64_t base, u
         {258, Short, 1, {static_cast<uint32_t>(page.bitsPerSample)}},
         {259, Short, 1, {static_cast<uint32_t>(compression)}},
         {262, Short, 1, {static_cast<uint32_t>(page.photometric)}},
+        {270, Ascii, static_cast<uint32_t>(description.size()), description},
         {273, Long, strips, offsets},
         {277, Short, 1, {1}},
         {278, Long, 1, {rowsPerStrip}},
@@ -154,8 +160,13 @@ void packBitsRow(const uint8_t* row, size_t length, std::vector<uint8_t>& out) {
 }
 
 TiffWriter::~TiffWriter() {
+    abandon();
+}
+
+void TiffWriter::abandon() {
     if (!file_) return;
     std::fclose(file_);
+    file_ = nullptr;
     std::remove(temporary_.c_str());
 }
 
@@ -168,7 +179,11 @@ std::string TiffWriter::fail(const std::string& what) {
 }
 
 std::string TiffWriter::open(const std::string& path, unsigned pageCount) {
+    abandon();
     path_ = path;
+    size_ = 0;
+    link_ = 4;
+    pages_ = 0;
     temporary_ = path + ".part";
     pageCount_ = pageCount;
     file_ = std::fopen(temporary_.c_str(), "wb");

@@ -33,6 +33,8 @@ class TiffWriter {
     std::string open(const std::string& path, unsigned pageCount);
     std::string addPage(const Page& page, Compression compression);
     std::string finish();
+    // Closes and removes an unfinished file; the writer can then open another.
+    void abandon();
 
   private:
     std::string fail(const std::string& what);

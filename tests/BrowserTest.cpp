@@ -157,5 +157,37 @@ TEST_F(BrowserTest, HandlesReadFromAStreamAreKeptOnlyWhenTheyAreLive) {
     EXPECT_EQ(kvSendMeth(&error, other, "getMethod"), 0);
 }
 
+TEST_F(BrowserTest, TheBrowserKeepsItsThreePropertiesInStep) {
+    kvObject browserTM = make("Browser", make("ProgressSink"));
+    ASSERT_NE(browserTM, nullptr);
+    const auto find = [&](const char* name) {
+        return reinterpret_cast<kvObject>(
+            kvSendMeth(&error, browserTM, "findPropertyByName", name));
+    };
+    kvObject classes = find("ClassBrowser");
+    kvObject methods = find("MethodBrowser");
+    kvObject breakSwitch = find("MethodBreak");
+    ASSERT_TRUE(classes && methods && breakSwitch);
+    // At first: the first class (Object), its first method.
+    const kvClass object = kvFindClass("Object");
+    EXPECT_EQ(kvSendMeth(&error, methods, "getClass"), reinterpret_cast<kvResult>(object));
+    EXPECT_EQ(kvSendMeth(&error, breakSwitch, "getMethod"),
+              reinterpret_cast<kvResult>(&object->methodTable->records[0]));
+
+    const kvClass intProp = kvRegisterClass("IntProp");
+    kvSendMeth(&error, methods, "setIndex", 3);
+    EXPECT_EQ(kvSendMeth(&error, breakSwitch, "getMethod"),
+              reinterpret_cast<kvResult>(&object->methodTable->records[3]));
+    kvSendMeth(&error, classes, "storeData", intProp);
+    EXPECT_EQ(kvSendMeth(&error, methods, "getClass"), reinterpret_cast<kvResult>(intProp));
+    EXPECT_EQ(kvSendMeth(&error, methods, "getIndex"), 0);
+    EXPECT_EQ(kvSendMeth(&error, breakSwitch, "getMethod"),
+              reinterpret_cast<kvResult>(&intProp->methodTable->records[0]));
+    // The method browser at its count: no method, so no switch.
+    kvSendMeth(&error, methods, "setIndex", kvSendMeth(&error, methods, "getCount"));
+    EXPECT_EQ(kvSendMeth(&error, breakSwitch, "getMethod"), 0);
+    EXPECT_EQ(kvSendMeth(&error, breakSwitch, "fetchData"), 0);
+}
+
 } // namespace
 } // namespace kova::test

@@ -61,12 +61,26 @@ struct LibraryRow {
     const char* library;
 };
 
-constexpr LibraryRow testLibraryRows[] = {
-    {"Shape", "TESTSHP.DLL"},    {"Polygon", "TESTSHP.DLL"}, {"Square", "TESTSHP.DLL"},
-    {"Listener", "TESTSHP.DLL"}, {"Broken", "TESTSHP.DLL"},  {"CountedName", "TESTSHP.DLL"},
-    {"Endless", "TESTSHP.DLL"},  {"Wide", "TESTWIDE.DLL"},   {"Solo", "TESTSGL.DLL"},
-    {"Duet", "TESTSGL.DLL"},     {"Echo", "TESTSGL.DLL"},    {"Probe", "TESTLNK.DLL"},
-    {"TestTM", "TESTLNK.DLL"},   {"SubSource", "TESTLNK.DLL"}};
+constexpr LibraryRow testLibraryRows[] = {{"Shape", "TESTSHP.DLL"},
+                                          {"Polygon", "TESTSHP.DLL"},
+                                          {"Square", "TESTSHP.DLL"},
+                                          {"Listener", "TESTSHP.DLL"},
+                                          {"Broken", "TESTSHP.DLL"},
+                                          {"CountedName", "TESTSHP.DLL"},
+                                          {"Endless", "TESTSHP.DLL"},
+                                          {"Wide", "TESTWIDE.DLL"},
+                                          {"Solo", "TESTSGL.DLL"},
+                                          {"Duet", "TESTSGL.DLL"},
+                                          {"Echo", "TESTSGL.DLL"},
+                                          {"Probe", "TESTLNK.DLL"},
+                                          {"TestScanner", "TESTTECH.DLL"},
+                                          {"TestRecognizer", "TESTTECH.DLL"},
+                                          {"MultiRecognizer", "TESTTECH.DLL"},
+                                          {"RegionList", "TESTTECH.DLL"},
+                                          {"ProgressSink", "TESTTECH.DLL"},
+                                          {"ImageStandIn", "TESTTECH.DLL"},
+                                          {"TestTM", "TESTLNK.DLL"},
+                                          {"SubSource", "TESTLNK.DLL"}};
 } // namespace
 
 void KernelTest::SetUp() {

@@ -1,5 +1,5 @@
 // The tests' fixtures. KernelTest: a started kernel for each test, with the
-// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL", "TESTSGL.DLL" and
+// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL", "TESTSGL.DLL", "TESTTECH.DLL" and
 // "TESTLNK.DLL" in the class location table, every message box captured
 // instead of shown, an error slot, and the objects the test makes deleted
 // after it. FileTest: for the

@@ -12,6 +12,7 @@ enum ExitCode { Success = 0, Failed = 1, BadUsage = 2 };
 
 int runClassLoc(int argc, char** argv);
 int runClasses(int argc, char** argv);
+int runDemo(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
 int runMatch(int argc, char** argv);

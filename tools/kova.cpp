@@ -17,6 +17,7 @@ struct Subcommand {
 constexpr Subcommand subcommands[] = {
     {"classes", "the running class tree, with methods on request", kova::tools::runClasses},
     {"classloc", "list, find, edit, load and save class location tables", kova::tools::runClassLoc},
+    {"demo", "scan, recognise and write pages with the demo components", kova::tools::runDemo},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
     {"image", "show a BMP file as an image; promote, demote, crop, merge", kova::tools::runImage},
     {"match", "the protocol table: import, export, show; make a component", kova::tools::runMatch},
