@@ -1,6 +1,6 @@
 // The tests' fixtures. KernelTest: a started kernel for each test, with the
-// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL", "TESTSGL.DLL", "TESTTECH.DLL" and
-// "TESTLNK.DLL" in the class location table, every message box captured
+// test class libraries "TESTSHP.DLL", "TESTWIDE.DLL", "TESTSGL.DLL",
+// "TESTTECH.DLL" and "TESTLNK.DLL" in the class location table, every message box captured
 // instead of shown, an error slot, and the objects the test makes deleted
 // after it. FileTest: for the
 // tables that live in files, without a kernel; the files are removed after
