@@ -4,9 +4,12 @@
 // ServColl through which it is listed in the property link registry. When it
 // ends it fires "OnTerm" on itself, which breaks every link bound to it.
 #include "errors/Raise.hpp"
+#include "kova/version.h"
+#include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
 
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -19,6 +22,13 @@ struct BaronData {
 
 kvClass BaronClass = nullptr;
 
+// A class flag: an instance of the class has been made, so its first-use
+// version check has run.
+constexpr uint16_t firstInstanceMade = 0x0001;
+constexpr char onFirstUseSetting[] = "VersionChecking\\OnFirstUse";
+constexpr char onStartUpSetting[] = "VersionChecking\\OnStartUp";
+constexpr char verbositySetting[] = "VersionReporting\\VerbosityLevel";
+
 KV_METHOD_TABLE(baronMethods,                                    //
                 kova::method("OnDisplayNameChanged", 0),         //
                 kova::method("OnLinked", 1),                     //
@@ -26,9 +36,11 @@ KV_METHOD_TABLE(baronMethods,                                    //
                 kova::method("addProperty", 1),                  //
                 kova::method("addService", 4),                   //
                 kova::method("changeFQN", 2),                    //
+                kova::method("checkVersionAPI", 2),              //
                 kova::method("delProperty", 1),                  //
                 kova::method("fetchProperty", 1),                //
                 kova::method("findPropertyByName", 1),           //
+                kova::method("getKovaVersion", 4),               //
                 kova::method("getModuleInstance", 0),            //
                 kova::method("getName", 0),                      //
                 kova::method("getProperties", 0),                //
@@ -48,6 +60,32 @@ BaronData* baronOf(void* instData) {
 
 const char* textArg(const kvArgs* args, size_t index) {
     return reinterpret_cast<const char*>(kvArgAt(args, index));
+}
+
+int32_t numericSetting(const char* name) {
+    int32_t value = 0;
+    return kvGetRegistrySetting(name, &value, 1) ? value : 0;
+}
+
+bool isPersonality(kvObject obj) {
+    for (kvClass c = obj->cls; c; c = c->parent)
+        if (std::strcmp(c->name, "PM") == 0) return true;
+    return false;
+}
+
+kvModule moduleOf(kvObject* errSlot, kvObject component) {
+    return reinterpret_cast<kvModule>(kvSendMeth(errSlot, component, "getModuleInstance"));
+}
+
+// The first instance of a component class runs the version check the
+// settings ask for: on first use, or else as at start-up. On the first-use
+// path the setting's name goes where the mode belongs, as it always has, so
+// that check's mode is the low half of the name's address.
+void checkOnFirstInstance(kvObject* errSlot, kvObject self) {
+    if (const int32_t onFirstUse = numericSetting(onFirstUseSetting))
+        kvSendMeth(errSlot, self, "checkVersionAPI", onFirstUseSetting, onFirstUse);
+    else if (const int32_t onStartUp = numericSetting(onStartUpSetting))
+        kvSendMeth(errSlot, self, "checkVersionAPI", static_cast<const char*>(nullptr), onStartUp);
 }
 
 // Sends the message with the same arguments to the collection, if there is one.
@@ -96,6 +134,26 @@ KV_METHOD(Baron, changeFQN) {
     return 0;
 }
 
+// (mode, setting value): checks the expected-version list of the component's
+// technology library (for a personality, its technology's module, else its
+// own). Nothing for a zero value; -99 without a module. The level is always
+// the "VersionReporting\VerbosityLevel" setting; the location named in the
+// log is the file of the class's library.
+KV_METHOD(Baron, checkVersionAPI) {
+    (void)instData;
+    if (!kvArgAt(args, 1)) return 0;
+    kvModule module = nullptr;
+    if (isPersonality(self)) {
+        if (const auto technology = reinterpret_cast<kvObject>(kvSendMeth(errSlot, self, "getTM")))
+            module = moduleOf(errSlot, technology);
+    }
+    if (!module) module = moduleOf(errSlot, self);
+    if (!module) return KV_VERSION_NOT_COMPARED;
+    const std::string location = kova::platform::moduleFileName(self->cls->library);
+    return kvCheckVersionAPI(module, location.c_str(), static_cast<int16_t>(kvArgAt(args, 0)),
+                             numericSetting(verbositySetting));
+}
+
 KV_METHOD(Baron, delProperty) {
     (void)self;
     return passTo(errSlot, baronOf(instData)->properties, "delProperty", args);
@@ -122,6 +180,22 @@ KV_METHOD(Baron, findPropertyByName) {
     return kvSendMeth(errSlot, properties, "getPropByName", name);
 }
 
+// (four pointers to 16-bit numbers): the kernel's file version, most
+// significant part first; 1 when known, else 0; 3443 for a null pointer.
+KV_METHOD(Baron, getKovaVersion) {
+    (void)instData;
+    uint16_t* parts[4];
+    for (size_t i = 0; i < 4; ++i) {
+        parts[i] = reinterpret_cast<uint16_t*>(kvArgAt(args, i));
+        if (!parts[i]) return kova::raiseError(errSlot, self, BaronClass, 3443);
+    }
+    uint16_t version[4] = {};
+    if (!kvGetInstanceVersion(kvGetKOVAInstance(), version)) return 0;
+    for (size_t i = 0; i < 4; ++i)
+        *parts[i] = version[i];
+    return 1;
+}
+
 // Subclasses answer the library that holds their class.
 KV_METHOD(Baron, getModuleInstance) {
     (void)errSlot, (void)self, (void)instData, (void)args;
@@ -143,6 +217,10 @@ KV_METHOD(Baron, objInit) {
     BaronData* baron = baronOf(instData);
     baron->services = nullptr;
     baron->properties = kvNewObject(errSlot, "CollectProp", 1, self, 0, 0, 0);
+    if (!(self->cls->flags & firstInstanceMade)) {
+        checkOnFirstInstance(errSlot, self);
+        self->cls->flags |= firstInstanceMade;
+    }
     return 0;
 }
 

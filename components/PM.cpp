@@ -9,6 +9,7 @@
 #include "kova/component.h"
 #include "kova/errdialog.h"
 #include "kova/plr.h"
+#include "kova/version.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
 
@@ -372,6 +373,11 @@ KV_METHOD(PM, processError) {
     const kvObject error = *slot;
     ErrorFacts facts;
     readFacts(errSlot, error, facts);
+    int32_t onError = 0;
+    if (kvGetRegistrySetting("VersionChecking\\OnError", &onError, 1) && onError) {
+        kova::PrivateSlot checkFailed;
+        kvSendMeth(checkFailed.get(), self, "checkVersionAPI", int32_t{KV_VERSION_ON_ERROR}, onError);
+    }
     int16_t action = 0;
     if (!(flags & KV_ERROR_NO_REPORTING_EVENT))
         kvSendMeth(errSlot, self, "fireEvent", int32_t{KV_EVENT_ERROR_REPORTING}, facts.code,

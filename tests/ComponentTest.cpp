@@ -3,8 +3,10 @@
 // registers and later renames their services, the host's events through its
 // callback and event mask, error processing, painting without a technology,
 // and the services collection (ServColl).
+#include "kova/version.h"
 #include "tests/ComponentFixture.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kova::test {
@@ -163,6 +165,18 @@ TEST_F(ComponentTest, ABaronKeepsItsPropertiesAndReportsBadNames) {
     EXPECT_EQ(kvSendMeth(&error, baron, "findPropertyByName", ""), 0);
     EXPECT_EQ(takeError(), 3497);
     EXPECT_EQ(kvSendMeth(&error, baron, "getModuleInstance"), 0);
+
+    uint16_t* none = nullptr;
+    uint16_t parts[4] = {}, kernel[4] = {};
+    EXPECT_EQ(kvSendMeth(&error, baron, "getKovaVersion", parts, parts + 1, parts + 2, none), 0);
+    EXPECT_EQ(takeError(), 3443);
+    const int32_t known = kvGetInstanceVersion(kvGetKOVAInstance(), kernel);
+    EXPECT_EQ(kvSendMeth(&error, baron, "getKovaVersion", parts, parts + 1, parts + 2, parts + 3),
+              known);
+    EXPECT_EQ(std::memcmp(parts, kernel, sizeof parts), 0);
+    // A version check needs a non-zero setting and a module to read.
+    EXPECT_EQ(kvSendMeth(&error, baron, "checkVersionAPI", 1, 0), 0);
+    EXPECT_EQ(kvSendMeth(&error, baron, "checkVersionAPI", 1, 1), KV_VERSION_NOT_COMPARED);
 }
 
 TEST_F(ComponentTest, AServiceCollectionChecksItsArgumentsAndAnnouncesDisplayNames) {

@@ -4,6 +4,8 @@
 // providers of the service are offered as an enumeration behind "<None>".
 #include "tests/ComponentFixture.hpp"
 
+#include <algorithm>
+
 namespace kova::test {
 namespace {
 
@@ -52,6 +54,8 @@ TEST_F(LinkTest, ALinkForwardsToTheLinkedObjectOnceItsProviderIsThere) {
     EXPECT_EQ(lastMessage(owner), "OnUnlinked");
     ASSERT_EQ(PLRGetSinkInfo(0, &sink), PLR_OK);
     EXPECT_EQ(sink.established, 0);
+    made.erase(std::find(made.begin(), made.end(), theLink));
+    kvDelObject(&error, theLink);
 }
 
 TEST_F(LinkTest, TheFirstForwardedMessageMakesTheLink) {
@@ -69,9 +73,9 @@ TEST_F(LinkTest, TheFirstForwardedMessageMakesTheLink) {
     EXPECT_TRUE(isLinked(theLink));
     EXPECT_EQ(kvSendMeth(&error, linked, "getCount"), 1);
     EXPECT_EQ(kvSendMeth(&error, theLink, "getCount"), 1);
-    // The owner ends before its link here (objects end in the order made):
-    // the link tells its owner while the owner is still there.
-    kvSendMeth(&error, theLink, "unLink");
+    // The link ends before its owner and its linked object do.
+    made.erase(std::find(made.begin(), made.end(), theLink));
+    kvDelObject(&error, theLink);
 }
 
 TEST_F(LinkTest, MissingNamesAreReportedAndAMissingSinkFQNDoesNothing) {

@@ -15,6 +15,7 @@ int runClasses(int argc, char** argv);
 int runDemo(int argc, char** argv);
 int runErrors(int argc, char** argv);
 int runImage(int argc, char** argv);
+int runLinks(int argc, char** argv);
 int runMatch(int argc, char** argv);
 int runRegistry(int argc, char** argv);
 int runShell(int argc, char** argv);

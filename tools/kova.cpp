@@ -20,6 +20,7 @@ constexpr Subcommand subcommands[] = {
     {"demo", "scan, recognise and write pages with the demo components", kova::tools::runDemo},
     {"errors", "check error message files, look up kernel messages", kova::tools::runErrors},
     {"image", "show a BMP file as an image; promote, demote, crop, merge", kova::tools::runImage},
+    {"links", "the link registry of a set-up of linked components", kova::tools::runLinks},
     {"match", "the protocol table: import, export, show; make a component", kova::tools::runMatch},
     {"registry", "list, get, set and delete registry keys", kova::tools::runRegistry},
     {"shell", "make objects, send them methods, watch and see errors", kova::tools::runShell},

@@ -3,6 +3,7 @@
  * deleted; an unknown method leaves an error in the slot. */
 #include "kova/bitdialog.h"
 #include "kova/classloc.h"
+#include "kova/component.h"
 #include "kova/dib.h"
 #include "kova/errdialog.h"
 #include "kova/errreg.h"
@@ -162,6 +163,17 @@ int main(void) {
         CHECK(PLRCreateLINKID(&linkId) == PLR_OK && strlen(linkId) == 9);
         CHECK(PLRUnregisterSink(square, "Viewer.Source", "Shapes") == PLR_OK);
         CHECK(PLRUnregisterProperty("Shapes", square, "Square.1") == PLR_OK);
+    }
+    {
+        /* A personality without a technology keeps what the host gives it. */
+        kvObject pm = kvNewObject(&error, "PM");
+        CHECK(pm != 0);
+        CHECK(kvSendMeth(&error, pm, "storeFQN", "Host.1") == 1);
+        CHECK(strcmp((const char*)kvSendMeth(&error, pm, "fetchFQN"), "Host.1") == 0);
+        CHECK(kvSendMeth(&error, pm, "setEventMaskState", KV_EVENT_DISPLAY_NAME, 1) == 1);
+        CHECK(kvSendMeth(&error, pm, "getEventMaskState", KV_EVENT_DISPLAY_NAME) == 1);
+        CHECK(error == 0);
+        kvDelObject(&error, pm);
     }
     {
         /* A sideband table read through its record layout. */
