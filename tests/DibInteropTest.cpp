@@ -17,10 +17,24 @@
 #include <string>
 #include <vector>
 
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
 namespace kova::test {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+
+int processId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return getpid();
+#endif
+}
 
 bool run(const std::string& command) {
     return std::system(command.c_str()) == 0;
@@ -83,8 +97,9 @@ class DibInteropTest : public ImageTest {
     void SetUp() override {
         ImageTest::SetUp();
         const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        folder_ =
-            std::filesystem::temp_directory_path() / ("kova_dib_" + std::string(test->name()));
+        // The process's own folder: several builds may run this test at once.
+        folder_ = std::filesystem::temp_directory_path() /
+                  ("kova_dib_" + std::string(test->name()) + "_" + std::to_string(processId()));
         std::filesystem::create_directories(folder_);
     }
     void TearDown() override {

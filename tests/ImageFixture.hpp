@@ -66,7 +66,7 @@ struct Dib {
                                : dib.header.biBitCount <= 8 ? size_t{1} << dib.header.biBitCount
                                                             : 0;
         dib.table.resize(colours);
-        std::memcpy(dib.table.data(), block + sizeof dib.header, colours * 4);
+        if (colours) std::memcpy(dib.table.data(), block + sizeof dib.header, colours * 4);
         const size_t start = sizeof dib.header + colours * 4;
         dib.bits.assign(block + start, block + size);
         kvGlobalUnlock(handle);

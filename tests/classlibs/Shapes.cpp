@@ -179,9 +179,11 @@ KV_METHOD(Listener, onEvent) {
     case unsubscribeSelf:
         kvDeleteNotification(errSlot, notifier, event, self, "onEvent");
         break;
-    case deleteNotifier:
-        kvDelObject(errSlot, listener->deleteTarget ? listener->deleteTarget : notifier);
+    case deleteNotifier: {
+        const kvObject target = listener->deleteTarget; // a packed field: read it by value
+        kvDelObject(errSlot, target ? target : notifier);
         break;
+    }
     case fireAgain:
         kvFireNotification(errSlot, notifier, event);
         break;
