@@ -1,25 +1,32 @@
 // kova classes: the running class tree after the kernel has started, with each
 // class's methods and their argument counts on request; or one class's own
 // methods with their argument counts and break switches, read through the
-// class and method browsers.
+// class and method browsers; with --all, the tree after every class the class
+// location table names has been registered.
 #include "kova/classloc.h"
+#include "kova/host.h"
 #include "kova/kernel.h"
 #include "tools/Command.hpp"
 
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
 void printUsage(FILE* out) {
     std::fprintf(out,
-                 "usage: kova classes [--methods] [--load CLASS]...\n"
+                 "usage: kova classes [--methods] [--all] [--load CLASS]...\n"
                  "       kova classes --class CLASS\n\n"
                  "Starts the kernel and prints its class tree, each class indented under its\n"
                  "parent with its instance size and data offset.\n\n"
                  "  --methods      also list each class's methods and class methods with the\n"
                  "                 number of arguments they take\n"
                  "  --load CLASS   register CLASS (loading its class library) before printing\n"
+                 "  --all          register every class the class location table names, then\n"
+                 "                 list the classes that could not be loaded, with the reason\n"
                  "  --class CLASS  register CLASS and list its own instance methods (not its\n"
                  "                 ancestors') with their argument counts and breakpoint\n"
                  "                 switches, as the class and method browsers show them\n");
@@ -92,6 +99,67 @@ int printThroughBrowsers(const char* className) {
     return result;
 }
 
+// What the kernel last showed in a message box: why a class was not loaded.
+std::string lastKernelMessage;
+
+int captureMessageBox(const char* text, const char*, unsigned) {
+    lastKernelMessage = text ? text : "";
+    while (!lastKernelMessage.empty() && lastKernelMessage.back() == '\n')
+        lastKernelMessage.pop_back();
+    return 1;
+}
+
+// Classes that could not be registered, grouped under their reason in the
+// order the reasons first came up.
+using Refusals = std::vector<std::pair<std::string, std::vector<std::string>>>;
+
+void noteRefusal(Refusals& refusals, const std::string& reason, const char* className) {
+    for (auto& [known, classes] : refusals) {
+        if (known != reason) continue;
+        classes.push_back(className);
+        return;
+    }
+    refusals.push_back({reason, {className}});
+}
+
+// Registers every class of the class location table; the kernel's message
+// boxes are taken as the reasons of those that fail instead of being shown.
+Refusals registerEveryLocatedClass() {
+    Refusals refusals;
+    const kvMessageBoxHook previous = kvSetMessageBoxHook(captureMessageBox);
+    for (size_t i = 0; i < kvTableGetCount_CLASSLOCATION(); ++i) {
+        const std::string className = kvTableGetKey_CLASSLOCATION(i);
+        lastKernelMessage.clear();
+        if (kvRegisterClass(className.c_str())) continue;
+        noteRefusal(refusals,
+                    lastKernelMessage.empty() ? "its library did not register it"
+                                              : lastKernelMessage,
+                    className.c_str());
+    }
+    kvSetMessageBoxHook(previous);
+    return refusals;
+}
+
+void printRefusals(const Refusals& refusals) {
+    size_t count = 0;
+    for (const auto& [reason, classes] : refusals)
+        count += classes.size();
+    std::printf("\nnot loaded: %zu %s\n", count, count == 1 ? "class" : "classes");
+    for (const auto& [reason, classes] : refusals) {
+        std::printf("  %s\n   ", reason.c_str());
+        size_t column = 3;
+        for (const std::string& name : classes) {
+            if (column + name.size() + 1 > 78) {
+                std::printf("\n   ");
+                column = 3;
+            }
+            std::printf(" %s", name.c_str());
+            column += name.size() + 1;
+        }
+        std::printf("\n");
+    }
+}
+
 } // namespace
 
 namespace kova::tools {
@@ -102,12 +170,15 @@ int runClasses(int argc, char** argv) {
         return Success;
     }
     bool withMethods = false;
+    bool all = false;
     const char* oneClass = nullptr;
     const char* toLoad[64];
     int loadCount = 0;
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--methods")) {
             withMethods = true;
+        } else if (!std::strcmp(argv[i], "--all")) {
+            all = true;
         } else if (!std::strcmp(argv[i], "--load") && i + 1 < argc && loadCount < 64) {
             toLoad[loadCount++] = argv[++i];
         } else if (!std::strcmp(argv[i], "--class") && i + 1 < argc && !oneClass) {
@@ -131,8 +202,10 @@ int runClasses(int argc, char** argv) {
             result = Failed;
         }
     }
+    const Refusals refusals = all ? registerEveryLocatedClass() : Refusals{};
     for (size_t i = 0; i < kvGetClassCount(); ++i)
         if (!kvGetClassAt(i)->parent) printTree(kvGetClassAt(i), 0, withMethods);
+    if (!refusals.empty()) printRefusals(refusals);
     kvTerminate();
     return result;
 }
