@@ -66,16 +66,29 @@ TEST_F(ProfileTest, NumbersAreReadAsTheSystemReadsThem) {
     EXPECT_EQ(kvProfileGetInt("N", "missing", -3, file), static_cast<unsigned>(-3));
 }
 
+// The file's own bytes are this system's on POSIX; Windows writes through its
+// profile functions, which may drop blank lines, so there only the values are
+// compared.
+#ifndef _WIN32
+#define EXPECT_FILE(expected) EXPECT_EQ(readFile(path), expected)
+#else
+#define EXPECT_FILE(expected) ((void)0)
+#endif
+
 TEST_F(ProfileTest, WritingChangesOneLineAndKeepsTheRest) {
     use("; settings\r\n[A]\r\nKey = old ; not a comment\r\nother=1\r\n\r\n[B]\r\nx=1\r\n");
     ASSERT_EQ(kvProfileWriteString("a", "KEY", "new", path.c_str()), 1);
-    EXPECT_EQ(readFile(path), "; settings\r\n[A]\r\nKey=new\r\nother=1\r\n\r\n[B]\r\nx=1\r\n");
+    EXPECT_FILE("; settings\r\n[A]\r\nKey=new\r\nother=1\r\n\r\n[B]\r\nx=1\r\n");
+    EXPECT_EQ(get("A", "Key"), "new");
+    EXPECT_EQ(get("B", "x"), "1");
     ASSERT_EQ(kvProfileWriteString("A", "added", "2", path.c_str()), 1);
-    EXPECT_EQ(readFile(path),
-              "; settings\r\n[A]\r\nKey=new\r\nother=1\r\nadded=2\r\n\r\n[B]\r\nx=1\r\n");
+    EXPECT_FILE("; settings\r\n[A]\r\nKey=new\r\nother=1\r\nadded=2\r\n\r\n[B]\r\nx=1\r\n");
+    EXPECT_EQ(get("A", "added"), "2");
     ASSERT_EQ(kvProfileWriteString("A", "other", nullptr, path.c_str()), 1);
     ASSERT_EQ(kvProfileWriteString("B", nullptr, nullptr, path.c_str()), 1);
-    EXPECT_EQ(readFile(path), "; settings\r\n[A]\r\nKey=new\r\nadded=2\r\n\r\n");
+    EXPECT_FILE("; settings\r\n[A]\r\nKey=new\r\nadded=2\r\n\r\n");
+    EXPECT_EQ(get("A", "other"), "<default>");
+    EXPECT_EQ(get("B", "x"), "<default>");
     ASSERT_EQ(kvProfileWriteString("C", "k", "v", path.c_str()), 1);
     EXPECT_EQ(get("C", "k"), "v");
     EXPECT_EQ(get("A", "Key"), "new");
