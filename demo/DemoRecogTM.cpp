@@ -4,6 +4,7 @@
 // "RegionList" (the bar code and the digit field), and each region is read
 // from pixels fetched through the link, never from anything else the scanner
 // knows. The text goes to "RecognitionData" and to the host as event 502.
+#include "ComponentProperty.hpp"
 #include "Marks.hpp"
 #include "Page.hpp"
 
@@ -36,14 +37,6 @@ KV_METHOD_TABLE(recogMethods, kova::method("OnLinked", 1), kova::method("OnUnlin
                 kova::method("pageArrived", 2), kova::method("recognizeSingle", 1),
                 kova::method("registerProperties", 1), kova::method("setup", 0));
 KV_EMPTY_METHOD_TABLE(recogClassMethods);
-
-kvObject property(kvObject self, const char* name) {
-    kvObject error = nullptr;
-    const auto found =
-        reinterpret_cast<kvObject>(kvSendMeth(&error, self, "findPropertyByName", name));
-    if (error) kvDelObject(nullptr, error);
-    return found;
-}
 
 void unsubscribe(RecogState* state, kvObject self) {
     if (!state || !state->source) return;
@@ -89,8 +82,8 @@ std::string readRegion(kvObject link, int32_t kind) {
         // images the mask falls on whole pixels): the bar code is read inside
         // them; the digits are sampled well inside their cells anyway.
         const int inset = kind == 0 ? 1 : 0;
-        const demo::Rect local{area.left - firstPixel + inset, 0,
-                               area.right - firstPixel - inset, view.height};
+        const demo::Rect local{area.left - firstPixel + inset, 0, area.right - firstPixel - inset,
+                               view.height};
         if (kind == 0) {
             if (auto value = demo::readBarcode(view, local)) text = std::to_string(*value);
         } else if (auto digits = demo::readDigits(view, local)) {
@@ -130,7 +123,7 @@ KV_METHOD(DemoRecogTM, objTerm) {
 KV_METHOD(DemoRecogTM, OnLinked) {
     auto* state = static_cast<DemoRecogTMData*>(instData)->state;
     const auto link = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    if (!state || link != property(self, imageLinkName)) return 0;
+    if (!state || link != demo::property(self, imageLinkName)) return 0;
     unsubscribe(state, self);
     state->source = reinterpret_cast<kvObject>(kvSendMeth(errSlot, link, "getLinkedObject"));
     if (state->source)
@@ -141,7 +134,7 @@ KV_METHOD(DemoRecogTM, OnLinked) {
 KV_METHOD(DemoRecogTM, OnUnlinked) {
     (void)errSlot;
     const auto link = reinterpret_cast<kvObject>(kvArgAt(args, 0));
-    if (link == property(self, imageLinkName))
+    if (link == demo::property(self, imageLinkName))
         unsubscribe(static_cast<DemoRecogTMData*>(instData)->state, self);
     return 0;
 }
@@ -151,7 +144,7 @@ KV_METHOD(DemoRecogTM, OnUnlinked) {
 KV_METHOD(DemoRecogTM, pageArrived) {
     (void)errSlot, (void)args;
     auto* state = static_cast<DemoRecogTMData*>(instData)->state;
-    const kvObject link = property(self, imageLinkName);
+    const kvObject link = demo::property(self, imageLinkName);
     if (!state || !link || kvSendMeth(nullptr, link, "getImageWidth") < 1) return 0;
     state->text.clear();
     kvObject error = nullptr;
@@ -176,8 +169,8 @@ KV_METHOD(DemoRecogTM, recognizeSingle) {
     }
     const auto* name = reinterpret_cast<const char*>(kvSendMeth(nullptr, region, "getName"));
     const auto kind = static_cast<int32_t>(kvSendMeth(nullptr, region, "getKind"));
-    state->text +=
-        std::string(name ? name : "Region") + '=' + readRegion(property(self, imageLinkName), kind);
+    state->text += std::string(name ? name : "Region") + '=' +
+                   readRegion(demo::property(self, imageLinkName), kind);
     return 1;
 }
 
@@ -187,7 +180,7 @@ KV_METHOD(DemoRecogTM, recognizeSingle) {
 KV_METHOD(DemoRecogTM, registerProperties) {
     (void)instData;
     kvSendParentMethNA(errSlot, DemoRecogTMClass, self, "registerProperties", args);
-    if (const kvObject form = property(self, "Form"))
+    if (const kvObject form = demo::property(self, "Form"))
         kvSendMeth(errSlot, self, "addService", "RegionList", self, kvArgAt(args, 0), form);
     return errSlot && *errSlot ? 0 : 1;
 }

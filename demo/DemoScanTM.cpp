@@ -4,6 +4,7 @@
 // output file when "OutputToFile" is set, and tells the host through event
 // 500. A batch ends, as every scanner's does, through the scanner's own error:
 // the feeder is empty after "PageCount" pages.
+#include "ComponentProperty.hpp"
 #include "DemoErr.hpp"
 #include "DemoMessages.h"
 #include "Page.hpp"
@@ -57,14 +58,6 @@ KV_EMPTY_METHOD_TABLE(scanClassMethods);
 
 kvResult fetch(kvObject self, const char* name) {
     return kvSendMeth(nullptr, self, "fetchProperty", name);
-}
-
-kvObject property(kvObject self, const char* name) {
-    kvObject error = nullptr;
-    const auto found =
-        reinterpret_cast<kvObject>(kvSendMeth(&error, self, "findPropertyByName", name));
-    if (error) kvDelObject(nullptr, error);
-    return found;
 }
 
 void addProperty(kvObject* errSlot, kvObject self, kvObject made) {
@@ -149,7 +142,7 @@ KV_METHOD(DemoScanTM, objTerm) {
 
 KV_METHOD(DemoScanTM, getSidebandDataObject) {
     (void)errSlot, (void)instData, (void)args;
-    return reinterpret_cast<kvResult>(property(self, "Sideband"));
+    return reinterpret_cast<kvResult>(demo::property(self, "Sideband"));
 }
 
 // Readies the scanner for a new batch: an output file left open is abandoned.
@@ -187,8 +180,8 @@ KV_METHOD(DemoScanTM, scan) {
     const demo::Page page = demo::makePage(static_cast<uint64_t>(fetch(self, "Seed")), number, kind,
                                            dpi * 85 / 10, dpi * 11, dpi);
 
-    const kvObject imageData = property(self, "ImageData");
-    tagPage(property(self, "Sideband"), page, count);
+    const kvObject imageData = demo::property(self, "ImageData");
+    tagPage(demo::property(self, "Sideband"), page, count);
     if (!imageData || !deliver(errSlot, imageData, page)) {
         demo::raiseError(errSlot, className, DEMO_PAGE_FAILED, static_cast<kvArg>(number));
         return 0;
