@@ -127,6 +127,15 @@ TEST_F(RegistryStoreTest, IsATextFileThatAnotherProcessSeesAtOnce) {
     EXPECT_EQ(kvRegistryDeleteKey("A"), 1);
 }
 
+TEST_F(RegistryStoreTest, AKeyNamedLikeTheEndLineSurvivesARewrite) {
+    ASSERT_EQ(kvRegistryCreateKey("end of store\\Below"), 1);
+    EXPECT_EQ(readAll(store), "KOVA registry store 1\n%65nd of store\nend of store\\Below\nend of "
+                              "store\n");
+    EXPECT_EQ(kvRegistryCreateKey("Later"), 1);
+    EXPECT_EQ(kvRegistryDeleteKey("end of store"), 1) << "the key was read back after the rewrite";
+    EXPECT_EQ(kvRegistryDeleteKey("Later"), 1);
+}
+
 TEST_F(RegistryStoreTest, ACorruptStoreIsReportedOnceReadAsEmptyAndKeptUntilAChange) {
     for (const std::string& bad : std::initializer_list<std::string>{
              "KOVA registry store 1\nA=1\n", "not a store\nend of store\n",

@@ -98,7 +98,14 @@ void appendKeys(HeapString& out, const RegistryKey& key, HeapString& path) {
         const size_t length = path.size();
         if (length) path += '\\';
         path += subkey.name;
-        appendEscaped(out, path);
+        // A key named like the end line would end the store when read back;
+        // its first character is escaped so that the line no longer matches.
+        if (!subkey.hasValue && std::string_view(path) == trailer) {
+            out += "%65";
+            appendEscaped(out, std::string_view(path).substr(1));
+        } else {
+            appendEscaped(out, path);
+        }
         if (subkey.hasValue) {
             out += '=';
             appendEscaped(out, subkey.value);
