@@ -23,10 +23,23 @@ constexpr KnownResult knownResults[] = {
     {nullptr, "getMessage", ResultKind::Text},
     {nullptr, "getString", ResultKind::Text},
     {nullptr, "getKeyString", ResultKind::Text},
+    {nullptr, "getIndexedString", ResultKind::Text},
+    {nullptr, "getIndexedEnumString", ResultKind::Text},
+    {nullptr, "getCurrentEnumString", ResultKind::Text},
+    {nullptr, "fetchFQN", ResultKind::Text},
+    {nullptr, "getDisplayName", ResultKind::Text},
+    {nullptr, "getServiceName", ResultKind::Text},
+    {nullptr, "getSinkFQN", ResultKind::Text},
+    {nullptr, "getSourceFQN", ResultKind::Text},
     {"StrProp", "fetchData", ResultKind::Text},
     {"StrProp", "storeData", ResultKind::Text},
     {"IndStrProp", "fetchData", ResultKind::Text},
     {"IndStrProp", "storeData", ResultKind::Text},
+    {"SourceProperty", "fetchData", ResultKind::Text},
+    {"SourceProperty", "storeData", ResultKind::Text},
+    // A source property's cookie is a provider's FQN; other enumerations'
+    // cookies are numbers.
+    {"SourceProperty", "getIndexedCookie", ResultKind::Text},
     // A character array property's text need not be terminated: shown as a
     // number, its text is read with getSize in mind by whoever asks.
     {"IndCArrayProp", "asString", ResultKind::Integer},
@@ -44,6 +57,12 @@ constexpr KnownResult knownResults[] = {
     {nullptr, "getProperty", ResultKind::Object},
     {nullptr, "getPropByName", ResultKind::Object},
     {nullptr, "getPropCollect", ResultKind::Object},
+    {nullptr, "findPropertyByName", ResultKind::Object},
+    {nullptr, "getLinkedObject", ResultKind::Object},
+    {nullptr, "getTM", ResultKind::Object},
+    {nullptr, "getPM", ResultKind::Object},
+    {"PM", "activate", ResultKind::Object},
+    {nullptr, "getProperties", ResultKind::Object},
 };
 
 } // namespace
