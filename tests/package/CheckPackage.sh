@@ -2,7 +2,7 @@
 # Installs the built package into a scratch prefix and uses it as a third
 # party would: builds a class library and a C host out of tree, once through
 # find_package(kova) and once through pkg-config, loads the library through a
-# class location file, makes an object of its class and sends it a message,
+# class location file, makes its component and sends it a message,
 # both from the host and from the installed kova shell. Also checks the
 # library's versioned name, the man page, and the .deb and .tar.gz from cpack.
 #   CheckPackage.sh BUILD_DIR SOURCE_DIR WORK_DIR VERSION
@@ -29,7 +29,7 @@ grep -q "kova shell" "$prefix/share/man/man1/kova.1" || fail "the man page lacks
 # The class location file names the third party's library; the loader finds
 # it on its search path.
 classloc=$work/tally.loc
-"$prefix/bin/kova" classloc insert Tally TALLY.DLL --file "$classloc" >/dev/null
+"$prefix/bin/kova" classloc insert TallyTM TALLY.DLL --file "$classloc" >/dev/null
 
 run_tally() { # FOLDER: the host and the installed shell both make a Tally
   LD_LIBRARY_PATH=$1 "$1/tallyhost" "$classloc" | grep -qx "total 42" ||

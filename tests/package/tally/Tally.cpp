@@ -1,10 +1,13 @@
-// A third party's class, built only against the installed public headers:
-//   Tally (Object): objInit (start), add (amount) -> the new total, total
+// A third party's component library, built only against the installed public
+// headers. Its technology keeps a running total; the kernel's own personality
+// module makes it when activated, as a host would.
+//   TallyTM (TM): objInit (personality) starts the total at 40,
+//                 add (amount) -> the new total, total -> the total
 #include <kova/kernel.h>
 
 namespace {
 
-kvClass TallyClass;
+kvClass TallyTMClass;
 
 #pragma pack(push, 1)
 struct TallyData {
@@ -18,25 +21,26 @@ KV_EMPTY_METHOD_TABLE(tallyClassMethods);
 
 } // namespace
 
-KV_METHOD(Tally, objInit) {
-    const kvArgs rest = kvArgsAfter(args, 1);
-    kvSendParentMethNA(errSlot, TallyClass, self, "objInit", &rest);
-    static_cast<TallyData*>(instData)->total = static_cast<int32_t>(kvArgAt(args, 0));
+KV_METHOD(TallyTM, objInit) {
+    kvSendParentMethNA(errSlot, TallyTMClass, self, "objInit", args);
+    static_cast<TallyData*>(instData)->total = 40;
     return 0;
 }
 
-KV_METHOD(Tally, add) {
+KV_METHOD(TallyTM, add) {
+    (void)errSlot, (void)self;
     auto* data = static_cast<TallyData*>(instData);
     return data->total += static_cast<int32_t>(kvArgAt(args, 0));
 }
 
-KV_METHOD(Tally, total) {
+KV_METHOD(TallyTM, total) {
+    (void)errSlot, (void)self, (void)args;
     return static_cast<TallyData*>(instData)->total;
 }
 
-KV_REGISTER(Tally) {
-    if (!kvRegisterClass("Object")) return nullptr;
-    TallyClass = kvAddClass("Tally", "Object", sizeof(TallyData), 0, tallyMethods.get(),
-                            tallyClassMethods.get());
-    return TallyClass;
+KV_REGISTER(TallyTM) {
+    if (!kvRegisterClass("TM")) return nullptr;
+    TallyTMClass = kvAddClass("TallyTM", "TM", sizeof(TallyData), 0, tallyMethods.get(),
+                              tallyClassMethods.get());
+    return TallyTMClass;
 }
