@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace kova::test {
@@ -415,6 +418,210 @@ TEST_F(RawImageTest, MergeSplicesWholeBytesAtABitShiftAndConsumesTheSource) {
     forget(far);
     EXPECT_EQ(kvSendMeth(&error, page, "mergeBitmap", far, -1, 0, 0), 0);
     EXPECT_EQ(takeError(), 3493);
+}
+
+// ---- the fast paths against straightforward pixel-by-pixel computations ----
+
+// Deterministic bytes for varied images.
+struct Noise {
+    uint32_t seed;
+    uint8_t next() {
+        seed = seed * 1103515245u + 12345u;
+        return uint8_t(seed >> 24);
+    }
+};
+
+std::vector<uint8_t> bytesOf(const uint8_t* from, size_t count) {
+    return std::vector<uint8_t>(from, from + count);
+}
+
+TEST_F(RawImageTest, OneBitPromotionMatchesPixelByPixelExpansionAtEveryWidth) {
+    Noise noise{11};
+    for (int32_t target : {4, 8, 24})
+        for (int32_t photometric : {0, 1})
+            for (int32_t width = 1; width <= 19; ++width)
+                for (int32_t slack = 0; slack <= 2; ++slack) {
+                    const int32_t packed = (width + 7) / 8, height = 3;
+                    kvObject raw = image(packed + slack, height, 1, 1, width);
+                    kvSendMeth(&error, raw, "setPhotoMetricInterp", photometric);
+                    // Pixels past the width and the slack hold noise too.
+                    std::vector<uint8_t> from(size_t(packed + slack) * height);
+                    for (uint8_t& byte : from)
+                        byte = noise.next();
+                    std::memcpy(pixels(raw), from.data(), from.size());
+                    ASSERT_EQ(kvSendMeth(&error, raw, "promoteImage", target, 3), 0);
+                    ASSERT_EQ(error, nullptr);
+
+                    const size_t toRow = (size_t(width) * size_t(target) + 7) / 8 + size_t(slack);
+                    std::vector<uint8_t> expected(toRow * height, 0);
+                    for (size_t y = 0; y < size_t(height); ++y)
+                        for (size_t x = 0; x < size_t(width); ++x) {
+                            const uint8_t byte = from[y * size_t(packed + slack) + x / 8];
+                            const unsigned bit = (byte >> (7 - x % 8)) & 1u;
+                            uint8_t* to = expected.data() + y * toRow;
+                            if (target == 4)
+                                to[x / 2] |= uint8_t(x % 2 ? bit : bit << 4);
+                            else if (target == 8)
+                                to[x] = uint8_t(bit);
+                            else
+                                std::memset(to + 3 * x, (bit == 1) == (photometric == 1) ? 255 : 0,
+                                            3);
+                        }
+                    EXPECT_EQ(get(raw, "getBytesPerLine"), kvArg(toRow));
+                    EXPECT_EQ(bytesOf(pixels(raw), expected.size()), expected)
+                        << "target " << target << " width " << width << " slack " << slack;
+                    EXPECT_EQ(get(raw, "getImageByteSize"), kvArg(expected.size()));
+                    kvDelObject(nullptr, raw);
+                    forget(raw);
+                }
+}
+
+// The nearest entry of `to` by least L1 distance, the lowest index on a tie.
+size_t nearest(const kvPaletteEntry& colour, const std::vector<kvPaletteEntry>& to) {
+    size_t best = 0;
+    uint32_t bestDistance = UINT32_MAX;
+    for (size_t j = 0; j < to.size(); ++j) {
+        const uint32_t distance = uint32_t(std::abs(int(colour.red) - int(to[j].red)) +
+                                           std::abs(int(colour.green) - int(to[j].green)) +
+                                           std::abs(int(colour.blue) - int(to[j].blue)));
+        if (distance < bestDistance) bestDistance = distance, best = j;
+    }
+    return best;
+}
+
+TEST_F(RawImageTest, PaletteMappingOfAVariedImageMatchesAFullSearchForEveryPixel) {
+    Noise noise{5};
+    // Coarse colours, so that many entries repeat and many distances tie.
+    auto randomPalette = [&](size_t entries) {
+        std::vector<kvPaletteEntry> colours(entries);
+        for (kvPaletteEntry& c : colours)
+            c = {uint32_t(noise.next() % 5 * 60), uint32_t(noise.next() % 5 * 60),
+                 uint32_t(noise.next() % 5 * 60)};
+        return colours;
+    };
+    for (int32_t bits : {8, 4})
+        for (int32_t width : {1, 2, 7, 33, 300}) {
+            const size_t entries = size_t{1} << bits;
+            const int32_t bytesPerLine = (width * bits + 7) / 8 + 1, height = 5;
+            kvObject raw = image(bytesPerLine, height, bits, 1, width);
+            const std::vector<kvPaletteEntry> old = randomPalette(entries);
+            std::memcpy(palette(raw), old.data(), entries * sizeof(kvPaletteEntry));
+            std::vector<uint8_t> before(size_t(bytesPerLine) * height);
+            for (uint8_t& byte : before)
+                byte = noise.next();
+            std::memcpy(pixels(raw), before.data(), before.size());
+            const std::vector<kvPaletteEntry> target = randomPalette(entries);
+            ASSERT_EQ(kvSendMeth(&error, raw, "_mapImageToPalette", bits, target.data()), 0);
+
+            std::vector<uint8_t> expected = before;
+            auto map = [&](unsigned index) { return uint8_t(nearest(old[index], target)); };
+            for (size_t y = 0; y < size_t(height); ++y) {
+                uint8_t* to = expected.data() + y * size_t(bytesPerLine);
+                if (bits == 8) { // every byte of the row, slack included
+                    for (size_t x = 0; x < size_t(bytesPerLine); ++x)
+                        to[x] = map(to[x]);
+                    continue;
+                }
+                for (size_t x = 0; x < size_t(width); ++x)
+                    to[x / 2] = x % 2 ? uint8_t((to[x / 2] & 0xF0) | map(to[x / 2] & 0x0F))
+                                      : uint8_t((map(to[x / 2] >> 4) << 4) | (to[x / 2] & 0x0F));
+            }
+            EXPECT_EQ(bytesOf(pixels(raw), expected.size()), expected)
+                << bits << " bits, width " << width;
+            EXPECT_EQ(palette(raw)[entries - 1].green, target[entries - 1].green);
+        }
+}
+
+TEST_F(RawImageTest, GetDIBMatchesARowByRowLayoutAtEveryDepth) {
+    Noise noise{3};
+    struct Layout {
+        int32_t bitsPerSample, samplesPerPixel, photometric;
+    };
+    for (const Layout layout : {Layout{1, 1, 1}, Layout{4, 1, 3}, Layout{8, 1, 3}, Layout{8, 3, 2},
+                                Layout{8, 3, 120}, Layout{4, 3, 2}})
+        for (int32_t width : {1, 3, 5, 30}) {
+            const int32_t bits = layout.bitsPerSample * layout.samplesPerPixel == 12
+                                     ? 16
+                                     : layout.bitsPerSample * layout.samplesPerPixel;
+            const int32_t bytesPerLine = (width * bits + 7) / 8 + 2, height = 4;
+            kvObject raw =
+                image(bytesPerLine, height, layout.bitsPerSample, layout.samplesPerPixel, width);
+            kvSendMeth(&error, raw, "setPhotoMetricInterp", layout.photometric);
+            kvSendMeth(&error, raw, "setXResolution", 7);
+            std::vector<uint8_t> from(size_t(bytesPerLine) * height);
+            for (uint8_t& byte : from)
+                byte = noise.next();
+            std::memcpy(pixels(raw), from.data(), from.size());
+            const size_t entries = bits <= 8 && bits > 1 ? size_t{1} << bits : 0;
+            for (size_t i = 0; i < entries; ++i)
+                palette(raw)[i] = {noise.next(), noise.next(), noise.next()};
+
+            const unsigned bitCount = bits == 16 ? 24 : unsigned(bits);
+            const size_t pitch = kvDIBRowBytes(size_t(width), unsigned(bits));
+            const size_t stride = kvDIBRowBytes(size_t(width), bitCount);
+            const size_t tableEntries = bitCount <= 8 ? size_t{1} << bitCount : 0;
+            std::vector<uint8_t> expected(40 + 4 * tableEntries + stride * height, 0);
+            Dib header = Dib::make(width, height, uint16_t(bitCount));
+            header.header.biXPelsPerMeter = 7 * 39;
+            std::memcpy(expected.data(), &header.header, 40);
+            uint8_t* table = expected.data() + 40;
+            if (bits == 1) std::memset(table, 255, 3);
+            for (size_t i = 0; i < entries; ++i) {
+                table[4 * i] = uint8_t(palette(raw)[i].blue);
+                table[4 * i + 1] = uint8_t(palette(raw)[i].green);
+                table[4 * i + 2] = uint8_t(palette(raw)[i].red);
+            }
+            uint8_t* rows = table + 4 * tableEntries;
+            for (size_t k = 0; k < size_t(height); ++k) {
+                const uint8_t* source = from.data() + (size_t(height) - 1 - k) * bytesPerLine;
+                for (size_t x = 0; x < std::min(size_t(bytesPerLine), pitch); ++x)
+                    rows[k * pitch + x] = source[x];
+            }
+            if (bits == 24 && layout.photometric == 2)
+                for (size_t k = 0; k < size_t(height); ++k)
+                    for (size_t x = 0; x < stride / 3; ++x)
+                        std::swap(rows[k * stride + 3 * x], rows[k * stride + 3 * x + 2]);
+
+            const auto dib = reinterpret_cast<kvMemHandle>(get(raw, "getDIB"));
+            ASSERT_NE(dib, nullptr);
+            EXPECT_EQ(bytesOf(static_cast<const uint8_t*>(kvGlobalLock(dib)), kvGlobalSize(dib)),
+                      expected)
+                << bits << " bits, width " << width;
+            kvGlobalUnlock(dib);
+            kvGlobalFree(dib);
+        }
+}
+
+TEST_F(RawImageTest, ConversionsWithoutMemoryReportItAndLeaveTheImageAsItWas) {
+    for (int32_t target : {8, 24}) {
+        kvObject raw = image(2, 3, 1, 1, 9);
+        pixels(raw)[0] = 0x5A;
+        failEachAllocation(
+            [&] {
+                kvSendMeth(&error, raw, "promoteImage", target, 3);
+                if (!error) return true;
+                EXPECT_EQ(takeError(), 3429);
+                return false;
+            },
+            [&] {
+                EXPECT_EQ(get(raw, "getBitsPerPixel"), 1);
+                EXPECT_EQ(get(raw, "getBytesPerLine"), 2);
+                EXPECT_EQ(pixels(raw)[0], 0x5A);
+            });
+        EXPECT_EQ(get(raw, "getBitsPerPixel"), target);
+    }
+    kvObject raw = image(3, 2, 8, 1, 3);
+    failEachAllocation(
+        [&] {
+            const auto dib = reinterpret_cast<kvMemHandle>(get(raw, "getDIB"));
+            if (dib) {
+                kvGlobalFree(dib);
+                return true;
+            }
+            EXPECT_EQ(takeError(), 3429);
+            return false;
+        },
+        [] {});
 }
 
 } // namespace
