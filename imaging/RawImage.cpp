@@ -206,9 +206,10 @@ bool checkRows(kvObject* errSlot, kvObject self, const RawImageData* d) {
 
 // A pixel buffer for a promotion to `targetBits`: rows of the packed size of
 // the target plus the slack the old rows had, and `tail` extra bytes at the
-// end. Zero-filled, so the bytes a conversion leaves alone hold zeros.
-// Raises 3522 when the new row length does not fit the 16-bit field and
-// 3429 when memory runs out.
+// end. Zero-filled when `zeroed`, so the bytes a conversion leaves alone hold
+// zeros; a conversion that writes every byte itself (zeroRowEnds) takes it
+// uncleared and saves a pass over the whole buffer. Raises 3522 when the new
+// row length does not fit the 16-bit field and 3429 when memory runs out.
 struct NewPixels {
     uint8_t* bytes = nullptr;
     uint32_t size = 0;
@@ -216,14 +217,15 @@ struct NewPixels {
 };
 
 bool allocatePixels(kvObject* errSlot, kvObject self, const RawImageData* d, size_t bytesPerLine,
-                    size_t tail, NewPixels* out) {
+                    size_t tail, bool zeroed, NewPixels* out) {
     if (bytesPerLine > INT16_MAX) {
         kova::raiseError(errSlot, self, RawImageClass, 3522, "BytesPerLine",
                          static_cast<int32_t>(bytesPerLine));
         return false;
     }
     const size_t size = bytesPerLine * size_t(d->imageHeight) + tail;
-    out->bytes = static_cast<uint8_t*>(platform::allocateZeroed(size));
+    out->bytes =
+        static_cast<uint8_t*>(zeroed ? platform::allocateZeroed(size) : platform::allocate(size));
     if (!out->bytes) {
         kova::raiseError(errSlot, self, RawImageClass, 3429);
         return false;
@@ -240,11 +242,54 @@ size_t promotedBytesPerLine(const RawImageData* d, unsigned targetBits) {
     return packedRowBytes(d->imageWidth, targetBits) + slack;
 }
 
+// Clears each row of an uncleared buffer from byte `written` to the row's
+// end: the slack, which a zero-filled buffer would have held as zeros.
+void zeroRowEnds(const NewPixels& pixels, size_t rows, size_t written) {
+    const size_t pitch = size_t(pixels.bytesPerLine);
+    if (written < pitch)
+        for (size_t y = 0; y < rows; ++y)
+            std::memset(pixels.bytes + y * pitch + written, 0, pitch - written);
+}
+
 uint8_t low8(uint32_t component) {
     return static_cast<uint8_t>(component & 0xFF);
 }
 
 // ---- promotion ----
+
+// Writes the one-bit rows of `d` into `pixels` at Target bits a pixel: each
+// source byte (eight pixels, most significant bit first) becomes Target
+// bytes taken whole from a table, so a row costs one table copy a byte. The
+// last byte's pixels past the width count as 0 bits and are not written;
+// the slack of each row is cleared.
+template <size_t Target>
+void expandBits(const RawImageData* d, const NewPixels& pixels, bool blackIsZero) {
+    const uint8_t ofBit[2] = {uint8_t(blackIsZero ? 0 : 255), uint8_t(blackIsZero ? 255 : 0)};
+    std::array<std::array<uint8_t, Target>, 256> expansion{};
+    for (unsigned byte = 0; byte < 256; ++byte)
+        for (unsigned i = 0; i < 8; ++i) {
+            const unsigned bit = (byte >> (7 - i)) & 1u;
+            if constexpr (Target == 4)
+                expansion[byte][i / 2] |= uint8_t(i % 2 ? bit : bit << 4);
+            else if constexpr (Target == 8)
+                expansion[byte][i] = uint8_t(bit);
+            else
+                std::memset(&expansion[byte][3 * i], ofBit[bit], 3);
+        }
+    const size_t width = size_t(d->imageWidth), whole = width / 8, rest = width % 8;
+    const size_t fromPitch = size_t(d->bytesPerLine), toPitch = size_t(pixels.bytesPerLine);
+    const size_t rows = size_t(d->imageHeight);
+    for (size_t y = 0; y < rows; ++y) {
+        const uint8_t* from = d->imageData + y * fromPitch;
+        uint8_t* to = pixels.bytes + y * toPitch;
+        for (size_t i = 0; i < whole; ++i, to += Target)
+            std::memcpy(to, expansion[from[i]].data(), Target);
+        if (rest)
+            std::memcpy(to, expansion[from[whole] & (0xFF00u >> rest) & 0xFF].data(),
+                        packedRowBytes(rest, Target));
+    }
+    zeroRowEnds(pixels, rows, packedRowBytes(width, Target));
+}
 
 // 1 bit to 4, 8 or 24 bits (16 allocates and writes nothing). Palette images
 // get entries 0 and 1 black and white in the order the photometric value
@@ -261,44 +306,19 @@ kvResult promoteFromOneBit(kvObject* errSlot, kvObject self, RawImageData* d, in
         palette[blackIsZero ? 1 : 0] = {255, 255, 255};
     }
     NewPixels pixels;
-    if (!allocatePixels(errSlot, self, d, promotedBytesPerLine(d, target), 0, &pixels)) {
+    if (!allocatePixels(errSlot, self, d, promotedBytesPerLine(d, target), 0, target == 16,
+                        &pixels)) {
         platform::release(palette);
         return 0;
     }
     // A 16-bit pattern would follow the image's bits per sample (4 or 5),
     // which a one-bit image never has: 16-bit pixels stay as allocated.
-    if (target != 16) {
-        // What each source byte (eight pixels) becomes: `target` bytes.
-        const uint8_t ofBit[2] = {uint8_t(blackIsZero ? 0 : 255), uint8_t(blackIsZero ? 255 : 0)};
-        uint8_t expansion[256][24];
-        for (unsigned byte = 0; byte < 256; ++byte) {
-            std::memset(expansion[byte], 0, sizeof expansion[byte]);
-            for (unsigned i = 0; i < 8; ++i) {
-                const unsigned bit = (byte >> (7 - i)) & 1u;
-                if (target == 4)
-                    expansion[byte][i / 2] |= uint8_t(i % 2 ? bit : bit << 4);
-                else if (target == 8)
-                    expansion[byte][i] = uint8_t(bit);
-                else
-                    std::memset(expansion[byte] + 3 * i, ofBit[bit], 3);
-            }
-        }
-        const size_t width = size_t(d->imageWidth), whole = width / 8, rest = width % 8;
-        const size_t step = size_t(target), fromPitch = size_t(d->bytesPerLine);
-        const size_t toPitch = size_t(pixels.bytesPerLine), rows = size_t(d->imageHeight);
-        const uint8_t* fromRows = d->imageData;
-        for (size_t y = 0; y < rows; ++y) {
-            const uint8_t* from = fromRows + y * fromPitch;
-            uint8_t* to = pixels.bytes + y * toPitch;
-            for (size_t i = 0; i < whole; ++i)
-                std::memcpy(to + i * step, expansion[from[i]], step);
-            // The last byte's pixels past the width are taken as 0 bits and
-            // not written.
-            if (rest)
-                std::memcpy(to + whole * step, expansion[from[whole] & (0xFF00u >> rest) & 0xFF],
-                            packedRowBytes(rest, unsigned(target)));
-        }
-    }
+    if (target == 4)
+        expandBits<4>(d, pixels, blackIsZero);
+    else if (target == 8)
+        expandBits<8>(d, pixels, blackIsZero);
+    else if (target == 24)
+        expandBits<24>(d, pixels, blackIsZero);
     installBlocks(d, pixels.bytes, pixels.size, pixels.bytesPerLine, palette, paletteSize);
     switch (target) {
     case 4:
@@ -331,7 +351,7 @@ kvResult promoteFromFourBits(kvObject* errSlot, kvObject self, RawImageData* d, 
         std::memcpy(palette, d->palette, 16 * sizeof(kvPaletteEntry));
     }
     NewPixels pixels;
-    if (!allocatePixels(errSlot, self, d, promotedBytesPerLine(d, target), 0, &pixels)) {
+    if (!allocatePixels(errSlot, self, d, promotedBytesPerLine(d, target), 0, true, &pixels)) {
         platform::release(palette);
         return 0;
     }
@@ -378,19 +398,25 @@ kvResult promoteFromEightBits(kvObject* errSlot, kvObject self, RawImageData* d,
     const size_t written = 3 * size_t(d->imageWidth);
     NewPixels pixels;
     if (!allocatePixels(errSlot, self, d, bytesPerLine,
-                        written > bytesPerLine ? written - bytesPerLine : 0, &pixels))
+                        written > bytesPerLine ? written - bytesPerLine : 0, target == 16, &pixels))
         return 0;
-    std::array<std::array<uint8_t, 3>, 256> rgb;
+    // Four bytes are stored a pixel (one store instead of three); the fourth
+    // lands where the next pixel's first byte goes and is overwritten by it,
+    // and the row's last pixel takes three.
+    std::array<std::array<uint8_t, 4>, 256> rgb;
     for (size_t i = 0; i < 256; ++i) {
         const kvPaletteEntry& entry = d->palette[i];
-        rgb[i] = {low8(entry.red), low8(entry.green), low8(entry.blue)};
+        rgb[i] = {low8(entry.red), low8(entry.green), low8(entry.blue), 0};
     }
-    for (int y = 0; y < d->imageHeight; ++y) {
-        const uint8_t* from = d->imageData + size_t(y) * d->bytesPerLine;
-        uint8_t* to = pixels.bytes + size_t(y) * pixels.bytesPerLine;
-        for (int x = 0; x < d->imageWidth; ++x, to += 3)
-            std::memcpy(to, rgb[from[x]].data(), 3);
+    const size_t width = size_t(d->imageWidth), rows = size_t(d->imageHeight);
+    for (size_t y = 0; y < rows; ++y) {
+        const uint8_t* from = d->imageData + y * size_t(d->bytesPerLine);
+        uint8_t* to = pixels.bytes + y * size_t(pixels.bytesPerLine);
+        for (size_t x = 0; x + 1 < width; ++x, to += 3)
+            std::memcpy(to, rgb[from[x]].data(), 4);
+        std::memcpy(to, rgb[from[width - 1]].data(), 3);
     }
+    if (target == 24) zeroRowEnds(pixels, rows, written);
     installBlocks(d, pixels.bytes, pixels.size, pixels.bytesPerLine, nullptr, 0);
     if (target == 16)
         setLayout(d, 4, 3, 16, KV_PHOTOMETRIC_RGB);
@@ -413,7 +439,7 @@ kvResult promoteFromSixteenBits(kvObject* errSlot, kvObject self, RawImageData* 
         static_cast<uint8_t*>(platform::allocateZeroed(std::max(bytesPerLine, 3 * words)));
     if (!scratch) return kova::raiseError(errSlot, self, RawImageClass, 3429);
     NewPixels pixels;
-    if (!allocatePixels(errSlot, self, d, bytesPerLine, 0, &pixels)) {
+    if (!allocatePixels(errSlot, self, d, bytesPerLine, 0, false, &pixels)) {
         platform::release(scratch);
         return 0;
     }
@@ -465,6 +491,41 @@ void buildNearestMap(const kvPaletteEntry* from, const kvPaletteEntry* to, size_
             }
         }
     }
+}
+
+// Rewrites `count` bytes through `map`. A long run goes through a table of
+// 65536 byte pairs built from the map, so that one look-up serves two
+// bytes; the table costs about as much as mapping 64 KB byte by byte, and
+// when it cannot be had the bytes are mapped one by one with the same
+// result.
+void remapBytes(uint8_t* bytes, size_t count, const uint8_t* map) {
+    constexpr size_t pairTableThreshold = size_t{1} << 16;
+    size_t done = 0;
+    uint16_t* pairs = count >= pairTableThreshold
+                          ? static_cast<uint16_t*>(platform::allocate(65536 * sizeof(uint16_t)))
+                          : nullptr;
+    if (pairs) {
+        // Entry (low | high << 8) holds the two mapped bytes in the same
+        // places, so a pair read as a 16-bit word maps whole, whatever the
+        // byte order.
+        for (unsigned high = 0; high < 256; ++high)
+            for (unsigned low = 0; low < 256; ++low)
+                pairs[low | high << 8] = uint16_t(map[low] | map[high] << 8);
+        // Four pairs are read before any is written back, which lets the
+        // look-ups overlap.
+        for (; done + 8 <= count; done += 8) {
+            uint8_t* at = bytes + done;
+            uint16_t a, b, c, e;
+            std::memcpy(&a, at, 2), std::memcpy(&b, at + 2, 2);
+            std::memcpy(&c, at + 4, 2), std::memcpy(&e, at + 6, 2);
+            a = pairs[a], b = pairs[b], c = pairs[c], e = pairs[e];
+            std::memcpy(at, &a, 2), std::memcpy(at + 2, &b, 2);
+            std::memcpy(at + 4, &c, 2), std::memcpy(at + 6, &e, 2);
+        }
+        platform::release(pairs);
+    }
+    for (; done < count; ++done)
+        bytes[done] = map[bytes[done]];
 }
 
 // ---- merging ----
@@ -663,22 +724,23 @@ KV_METHOD(RawImage, _mapImageToPalette) {
     const size_t rows = d->bytesPerLine > 0 ? std::min<size_t>(std::max<int16_t>(d->imageHeight, 0),
                                                                d->bufferSize / d->bytesPerLine)
                                             : 0;
-    uint8_t* pixels = d->imageData;
-    if (pixels && bits == 8) {
-        for (size_t i = 0, n = rows * size_t(d->bytesPerLine); i < n; ++i)
-            pixels[i] = map[pixels[i]];
-    } else if (pixels) {
-        const size_t width =
-            std::min<size_t>(std::max<int16_t>(d->imageWidth, 0), size_t(d->bytesPerLine) * 2);
+    const size_t pitch = size_t(std::max<int16_t>(d->bytesPerLine, 0));
+    if (d->imageData && bits == 8) {
+        // Every byte of every row, slack included, is an index.
+        remapBytes(d->imageData, rows * pitch, map);
+    } else if (d->imageData) {
+        // Two pixels a byte, the even one high: whole bytes go through a
+        // table of both nibbles at once; an odd width leaves a last pixel
+        // whose low nibble is kept.
+        const size_t width = std::min<size_t>(std::max<int16_t>(d->imageWidth, 0), pitch * 2);
+        uint8_t pairs[256];
+        for (unsigned byte = 0; byte < 256; ++byte)
+            pairs[byte] = uint8_t(map[byte >> 4] << 4 | map[byte & 0x0F]);
         for (size_t y = 0; y < rows; ++y) {
-            uint8_t* row = pixels + y * size_t(d->bytesPerLine);
-            for (size_t x = 0; x < width; ++x) {
-                uint8_t& byte = row[x / 2];
-                if (x % 2 == 0)
-                    byte = static_cast<uint8_t>((map[byte >> 4] << 4) | (byte & 0x0F));
-                else
-                    byte = static_cast<uint8_t>((byte & 0xF0) | map[byte & 0x0F]);
-            }
+            uint8_t* row = d->imageData + y * pitch;
+            remapBytes(row, width / 2, pairs);
+            if (width % 2)
+                row[width / 2] = uint8_t(map[row[width / 2] >> 4] << 4 | (row[width / 2] & 0x0F));
         }
     }
     std::memcpy(d->palette, replacement, count * sizeof(kvPaletteEntry));
@@ -766,20 +828,29 @@ KV_METHOD(RawImage, getDIB) {
     const size_t stride = dibStride(size_t(d->imageWidth), bitCount);
     const size_t tableBytes = 4 * colourTableEntries(bitCount);
     const size_t height = size_t(d->imageHeight);
+    // Every byte is written below (the colour table and the row padding as
+    // zeros), so the block is taken uncleared rather than cleared and then
+    // written over.
+    const size_t bitsBytes = stride * height;
     const platform::MemoryHandle dib =
-        platform::globalAlloc(sizeof(kvBitmapInfoHeader) + tableBytes + stride * height);
+        platform::globalAllocUncleared(sizeof(kvBitmapInfoHeader) + tableBytes + bitsBytes);
     if (!dib) return kova::raiseError(errSlot, self, RawImageClass, 3429);
     auto* block = static_cast<uint8_t*>(platform::globalLock(dib));
     kova::imaging::writeInfoHeader(block, d->imageWidth, d->imageHeight, bitCount,
                                    d->xResolution * 39, d->yResolution * 39);
     uint8_t* bits = block + sizeof(kvBitmapInfoHeader) + tableBytes;
     // Rows lie at the pitch of the stored depth (16-bit rows stay 16-bit
-    // under a 24-bit header); a row longer than that pitch is cut to it.
+    // under a 24-bit header, leaving the end of the block zero); a row longer
+    // than that pitch is cut to it.
     const size_t pitch = dibStride(size_t(d->imageWidth), unsigned(d->bitsPerPixel));
     const size_t copied = std::min(size_t(d->bytesPerLine), pitch);
-    for (size_t k = 0; k < height; ++k)
-        std::memcpy(bits + k * pitch, d->imageData + (height - 1 - k) * size_t(d->bytesPerLine),
-                    copied);
+    for (size_t k = 0; k < height; ++k) {
+        uint8_t* to = bits + k * pitch;
+        std::memcpy(to, d->imageData + (height - 1 - k) * size_t(d->bytesPerLine), copied);
+        std::memset(to + copied, 0, pitch - copied);
+    }
+    std::memset(bits + pitch * height, 0, bitsBytes - pitch * height);
+    std::memset(block + sizeof(kvBitmapInfoHeader), 0, tableBytes);
     writeColourTable(block + sizeof(kvBitmapInfoHeader), d, bitCount);
     if (d->bitsPerPixel == 24 && d->photoMetricInterp == KV_PHOTOMETRIC_RGB) {
         const size_t pixels = stride / 3;

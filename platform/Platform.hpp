@@ -95,6 +95,7 @@ bool fileVersion(kvModule module, uint16_t version[4]);
 // ---- movable memory (handles that are locked around each use) ----
 using MemoryHandle = void*;
 MemoryHandle globalAlloc(size_t size);                        // zero-filled, or null
+MemoryHandle globalAllocUncleared(size_t size);               // contents undefined, or null
 MemoryHandle globalReAlloc(MemoryHandle handle, size_t size); // null on failure, old kept
 void* globalLock(MemoryHandle handle);
 void globalUnlock(MemoryHandle handle);

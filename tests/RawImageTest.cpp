@@ -476,6 +476,36 @@ TEST_F(RawImageTest, OneBitPromotionMatchesPixelByPixelExpansionAtEveryWidth) {
                 }
 }
 
+TEST_F(RawImageTest, EightBitPromotionToColourMatchesThePaletteForEveryPixel) {
+    Noise noise{9};
+    for (int32_t width = 1; width <= 9; ++width)
+        for (int32_t slack = 0; slack <= 2; ++slack) {
+            const int32_t height = 3;
+            kvObject raw = image(width + slack, height, 8, 1, width);
+            std::vector<uint8_t> from(size_t(width + slack) * height);
+            for (uint8_t& byte : from)
+                byte = noise.next();
+            std::memcpy(pixels(raw), from.data(), from.size());
+            for (uint32_t i = 0; i < 256; ++i)
+                palette(raw)[i] = {noise.next(), noise.next(), noise.next()};
+            const std::vector<kvPaletteEntry> colours(palette(raw), palette(raw) + 256);
+            ASSERT_EQ(kvSendMeth(&error, raw, "promoteImage", 24, 2), 0);
+
+            const size_t toRow = 3 * size_t(width) + size_t(slack);
+            std::vector<uint8_t> expected(toRow * height, 0);
+            for (size_t y = 0; y < size_t(height); ++y)
+                for (size_t x = 0; x < size_t(width); ++x) {
+                    const kvPaletteEntry& c = colours[from[y * size_t(width + slack) + x]];
+                    uint8_t* to = expected.data() + y * toRow + 3 * x;
+                    to[0] = uint8_t(c.red), to[1] = uint8_t(c.green), to[2] = uint8_t(c.blue);
+                }
+            EXPECT_EQ(bytesOf(pixels(raw), expected.size()), expected)
+                << "width " << width << " slack " << slack;
+            kvDelObject(nullptr, raw);
+            forget(raw);
+        }
+}
+
 // The nearest entry of `to` by least L1 distance, the lowest index on a tie.
 size_t nearest(const kvPaletteEntry& colour, const std::vector<kvPaletteEntry>& to) {
     size_t best = 0;
@@ -500,9 +530,11 @@ TEST_F(RawImageTest, PaletteMappingOfAVariedImageMatchesAFullSearchForEveryPixel
         return colours;
     };
     for (int32_t bits : {8, 4})
-        for (int32_t width : {1, 2, 7, 33, 300}) {
+        for (int32_t width : {1, 2, 7, 33, 300, 4000}) {
+            // The widest has more bytes than the pair table is built for.
             const size_t entries = size_t{1} << bits;
-            const int32_t bytesPerLine = (width * bits + 7) / 8 + 1, height = 5;
+            const int32_t bytesPerLine = (width * bits + 7) / 8 + 1;
+            const int32_t height = width > 300 ? 20 : 5;
             kvObject raw = image(bytesPerLine, height, bits, 1, width);
             const std::vector<kvPaletteEntry> old = randomPalette(entries);
             std::memcpy(palette(raw), old.data(), entries * sizeof(kvPaletteEntry));
@@ -514,7 +546,10 @@ TEST_F(RawImageTest, PaletteMappingOfAVariedImageMatchesAFullSearchForEveryPixel
             ASSERT_EQ(kvSendMeth(&error, raw, "_mapImageToPalette", bits, target.data()), 0);
 
             std::vector<uint8_t> expected = before;
-            auto map = [&](unsigned index) { return uint8_t(nearest(old[index], target)); };
+            std::vector<uint8_t> nearestOf(entries);
+            for (size_t i = 0; i < entries; ++i)
+                nearestOf[i] = uint8_t(nearest(old[i], target));
+            auto map = [&](unsigned index) { return nearestOf[index]; };
             for (size_t y = 0; y < size_t(height); ++y) {
                 uint8_t* to = expected.data() + y * size_t(bytesPerLine);
                 if (bits == 8) { // every byte of the row, slack included

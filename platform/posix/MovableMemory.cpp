@@ -25,6 +25,12 @@ MemoryHandle globalAlloc(size_t size) {
     return block;
 }
 
+MemoryHandle globalAllocUncleared(size_t size) {
+    auto* block = static_cast<Block*>(allocate(sizeof(Block) + size));
+    if (block) *block = Block{size, 0};
+    return block;
+}
+
 MemoryHandle globalReAlloc(MemoryHandle handle, size_t size) {
     if (!handle) return globalAlloc(size);
     auto* old = static_cast<Block*>(handle);

@@ -25,6 +25,11 @@ MemoryHandle globalAlloc(size_t size) {
     return ::GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, atLeastOne(size));
 }
 
+MemoryHandle globalAllocUncleared(size_t size) {
+    if (!admitAllocation()) return nullptr;
+    return ::GlobalAlloc(GMEM_MOVEABLE, atLeastOne(size));
+}
+
 MemoryHandle globalReAlloc(MemoryHandle handle, size_t size) {
     if (!handle) return globalAlloc(size);
     if (!admitAllocation()) return nullptr;
