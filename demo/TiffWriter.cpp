@@ -67,6 +67,12 @@ Placed appendPage(std::vector<uint8_t>& file, const Page& page, uint64_t base, u
     const uint32_t rowsPerStrip =
         static_cast<uint32_t>(std::max<size_t>(1, 65536 / std::max<size_t>(1, rowBytes)));
     std::vector<uint32_t> offsets, counts;
+    // Room for the strips at their largest (PackBits adds a byte in 128 at
+    // worst) and the directory, so a page's bytes are not moved as they grow.
+    const size_t packedRow =
+        rowBytes + (compression == Compression::PackBits ? rowBytes / 128 + 1 : 0);
+    file.reserve(file.size() + packedRow * static_cast<size_t>(page.height) + 1024 +
+                 8 * (static_cast<size_t>(page.height) / rowsPerStrip + 1));
     for (int top = 0; top < page.height; top += static_cast<int>(rowsPerStrip)) {
         const size_t start = file.size();
         const int bottom = std::min(page.height, top + static_cast<int>(rowsPerStrip));
