@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace demo {
 
@@ -184,8 +185,17 @@ std::string TiffWriter::fail(const std::string& what) {
     return why;
 }
 
-std::string TiffWriter::open(const std::string& path, unsigned pageCount) {
+uint64_t TiffWriter::uncompressedBytes(int width, int height, int bitsPerSample) {
+    return static_cast<uint64_t>((static_cast<int64_t>(width) * bitsPerSample + 7) / 8) *
+           static_cast<uint64_t>(height);
+}
+
+std::string TiffWriter::open(const std::string& path, unsigned pageCount, uint64_t leastBytes) {
     abandon();
+    // Offsets are 32 bits wide: a file cannot grow past 4 GB.
+    if (leastBytes > UINT32_MAX - 8)
+        return "the file would pass 4 GB: its " + std::to_string(pageCount) +
+               " pages need at least " + std::to_string(leastBytes) + " bytes";
     path_ = path;
     size_ = 0;
     link_ = 4;
