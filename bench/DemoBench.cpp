@@ -72,7 +72,7 @@ BatchSettings letterPages(int colorMode, unsigned pages, const std::string& outp
 void scanRecogniseWrite(benchmark::State& state) {
     KernelSession session;
     ScratchFolder scratch;
-    if (!kova::tools::demo::loadDemoLibrary(kova::tools::demo::defaultProtocolTable("kova_bench")))
+    if (!kova::tools::demo::loadDemoLibrary(kova::tools::demo::defaultProtocolTable()))
         return state.SkipWithError("the demo's protocol table could not be loaded");
     const BatchSettings settings =
         letterPages(static_cast<int>(state.range(0)), pagesPerBatch, scratch.file("pages.tif"));
@@ -102,7 +102,7 @@ void scanRecogniseWrite(benchmark::State& state) {
 // down again is left out of the timing.
 void timeToFirstPage(benchmark::State& state) {
     ScratchFolder scratch;
-    const std::string ini = kova::tools::demo::defaultProtocolTable("kova_bench");
+    const std::string ini = kova::tools::demo::defaultProtocolTable();
     const BatchSettings settings = letterPages(2, 1, scratch.file("first.tif"));
     std::string failure;
     for (auto _ : state) {

@@ -211,7 +211,7 @@ int runDemo(int argc, char** argv) {
     }
     Options options;
     if (const int usage = parseOptions(argc, argv, options); usage >= 0) return usage;
-    if (options.ini.empty()) options.ini = kova::tools::demo::defaultProtocolTable(argv[0]);
+    if (options.ini.empty()) options.ini = kova::tools::demo::defaultProtocolTable();
 
     std::error_code problem;
     if (!fs::is_regular_file(options.ini, problem))

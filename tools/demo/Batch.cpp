@@ -25,10 +25,11 @@ constexpr int32_t feederEmpty = 20000; // the scanner's end of batch
 
 } // namespace
 
-std::string defaultProtocolTable(const char* argv0) {
+std::string defaultProtocolTable() {
+    char program[4096];
+    const uint32_t length = kvGetModuleFileName(nullptr, program, sizeof program);
     std::error_code ignored;
-    fs::path self = fs::canonical("/proc/self/exe", ignored);
-    if (self.empty()) self = fs::absolute(argv0, ignored);
+    const fs::path self = length > 0 && length < sizeof program ? fs::path(program) : fs::path();
     for (const fs::path& candidate :
          {self.parent_path() / "DEMOSCAN.INI", self.parent_path() / "../share/kova/DEMOSCAN.INI"})
         if (fs::exists(candidate, ignored)) return candidate.lexically_normal().string();

@@ -16,8 +16,8 @@
 namespace kova::tools::demo {
 
 // The protocol table that ships beside the running program, or installed with
-// it; `argv0` is the fallback when the program cannot find itself.
-std::string defaultProtocolTable(const char* argv0);
+// it.
+std::string defaultProtocolTable();
 
 // Puts the demo library's classes in the class location table and reads the
 // protocol table `ini` into the registry. False when the table does not map
