@@ -157,8 +157,12 @@ BmpFile readBmp(const std::string& path) {
     in.seekg(0);
     file.bytes.assign(std::istreambuf_iterator<char>(in), {});
     const auto& b = file.bytes;
-    if (b.size() < fileHeaderSize + 16 || b[0] != 'B' || b[1] != 'M') {
+    if (b.size() < 2 || b[0] != 'B' || b[1] != 'M') {
         file.problem = quoted(path) + " is not a BMP file (no 'BM' header at offset 0)";
+    } else if (b.size() < fileHeaderSize + 16) {
+        file.problem = quoted(path) + " is cut short: " + std::to_string(b.size()) +
+                       " bytes, less than the " + std::to_string(fileHeaderSize + 16) +
+                       " of the headers' first fields";
     } else if (file.headerSize() < 12 || fileHeaderSize + file.headerSize() > b.size()) {
         file.problem = "bitmap header size " + std::to_string(file.headerSize()) +
                        " at offset 14 does not fit the file of " + std::to_string(b.size()) +

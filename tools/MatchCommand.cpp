@@ -28,8 +28,9 @@ constexpr const char* usageText =
     "  show [FILE]            the table of FILE, or of the registry, as a tree\n"
     "  make PROTOCOL [PERSONALITY] [--classloc FILE]\n"
     "                         start the kernel, make the component's personality\n"
-    "                         module, activate it and report the personality and\n"
-    "                         technology classes made and the services registered;\n"
+    "                         module, name it PROTOCOL.1, activate it and report\n"
+    "                         the personality and technology classes made and the\n"
+    "                         services registered;\n"
     "                         --classloc names a class location file to use\n"
     "                         instead of the built-in table\n"
     "\n"
@@ -119,6 +120,10 @@ int make(const char* protocol, const char* personality, const char* classLocatio
     } else {
         std::printf("personality: %s\n", made->cls->name);
         if (kvSendMeth(nullptr, made, "respondsTo", "activate")) {
+            // A host names each component it makes; without a name a
+            // component offers nothing through the registry.
+            const std::string fqn = std::string(protocol) + ".1";
+            kvSendMeth(&error, made, "storeFQN", fqn.c_str());
             kvSendMeth(&error, made, "activate");
             const auto technology = reinterpret_cast<kvObject>(kvSendMeth(&error, made, "getTM"));
             std::printf("technology: %s\n", technology ? technology->cls->name : "<none made>");
