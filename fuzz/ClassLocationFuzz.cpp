@@ -3,6 +3,7 @@
 // checks it traps when the table breaks its own promises: a refused file
 // leaves the table as it was, every name handed out fits its field, and a
 // saved table loads back as the same entries.
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/classloc.h"
 
 #include <algorithm>
@@ -17,9 +18,7 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
+using kova::fuzz::require;
 
 // A path of this process's own, so that parallel fuzzing jobs do not meet.
 std::string scratchPath(const char* suffix) {

@@ -11,6 +11,7 @@
 // still be used, a collection saved afterwards is still a whole KVST frame,
 // and a record saved after a read reads back into a fresh property as the
 // same record.
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/host.h"
 #include "kova/kernel.h"
 #include "properties/BlobProp.hpp"
@@ -23,25 +24,10 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
-
-int messageBoxes = 0;
-
-int countMessageBox(const char*, const char*, unsigned) {
-    ++messageBoxes;
-    return KV_IDOK;
-}
-
-void startKernelOnce() {
-    static const bool started = [] {
-        kvSetMessageBoxHook(countMessageBox);
-        kvInitialize();
-        return kvFindClass("Object") != nullptr;
-    }();
-    require(started);
-}
+using kova::fuzz::messageBoxes;
+using kova::fuzz::require;
+using kova::fuzz::requireKernelErrors;
+using kova::fuzz::startKernelOnce;
 
 constexpr uint16_t persistent = KV_OBJ_PERSISTENT;
 
@@ -136,14 +122,6 @@ void requireInsideStream(kvObject stream) {
 }
 
 // Every error in the slot is one of the kernel's numbers; the slot is emptied.
-void requireKernelErrors(kvObject& error) {
-    while (error) {
-        const kvResult code = kvSendMeth(nullptr, error, "getCode");
-        require(code >= 3426 && code <= 3525);
-        kvSendMeth(&error, error, "deleteTopError");
-    }
-}
-
 std::vector<uint8_t> recordOf(kvObject* error, kvObject property) {
     kvObject saved = kvNewObject(error, "MemStream", 0, 0);
     kvSendMeth(error, property, "writeToStream", saved);

@@ -5,6 +5,7 @@
 // an accepted one gives geometry the block could hold, errors are the
 // kernel's own numbers, no kernel failure box is shown, and an exported DIB
 // is taken back whole with the same pixels.
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/dib.h"
 #include "kova/host.h"
 #include "kova/kernel.h"
@@ -16,33 +17,10 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
-
-int messageBoxes = 0;
-
-int countMessageBox(const char*, const char*, unsigned) {
-    ++messageBoxes;
-    return KV_IDOK;
-}
-
-void startKernelOnce() {
-    static const bool started = [] {
-        kvSetMessageBoxHook(countMessageBox);
-        kvInitialize();
-        return kvFindClass("Object") != nullptr;
-    }();
-    require(started);
-}
-
-void requireKernelErrors(kvObject& error) {
-    while (error) {
-        const kvResult code = kvSendMeth(nullptr, error, "getCode");
-        require(code >= 3426 && code <= 3525);
-        kvSendMeth(&error, error, "deleteTopError");
-    }
-}
+using kova::fuzz::messageBoxes;
+using kova::fuzz::require;
+using kova::fuzz::requireKernelErrors;
+using kova::fuzz::startKernelOnce;
 
 kvResult get(kvObject image, const char* method) {
     return kvSendMeth(nullptr, image, method);
@@ -78,8 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // come back as they were; a 24-bit image keeps the DIB's byte order.
         if (get(image, "getBitsPerPixel") != 16) {
             require(get(copy, "getImageByteSize") == bytes);
-            const auto* after =
-                reinterpret_cast<const uint8_t*>(get(copy, "getImageDataPointer"));
+            const auto* after = reinterpret_cast<const uint8_t*>(get(copy, "getImageDataPointer"));
             require(std::memcmp(after, before.data(), before.size()) == 0);
         }
         kvDelObject(&error, copy);

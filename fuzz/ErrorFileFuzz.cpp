@@ -6,6 +6,7 @@
 // well-formed lines still registers, and a registration made while memory runs
 // out either completes or leaves nothing behind.
 #include "errors/ErrorLines.hpp"
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/errreg.h"
 #include "kova/host.h"
 
@@ -20,12 +21,10 @@
 
 namespace {
 
+using kova::fuzz::require;
+
 using kova::errors::ErrorLine;
 using kova::errors::LineVerdict;
-
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
 
 // A path of this process's own, so that parallel fuzzing jobs do not meet.
 const std::string& scratchPath() {

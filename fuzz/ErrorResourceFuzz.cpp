@@ -4,6 +4,7 @@
 // traps when the table differs from the well-formed lines in order, or when a
 // stored text is not a terminated string of at most 255 characters.
 #include "errors/ErrorLines.hpp"
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/errreg.h"
 #include "platform/Platform.hpp"
 
@@ -14,13 +15,11 @@
 
 namespace {
 
+using kova::fuzz::require;
+
 using kova::errors::ErrorLine;
 using kova::errors::MessageEntry;
 using kova::errors::TextBytes;
-
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
 
 bool sameMessage(const MessageEntry& entry, const ErrorLine& line) {
     const size_t length = strnlen(entry.text, sizeof entry.text);

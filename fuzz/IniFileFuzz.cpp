@@ -2,6 +2,7 @@
 // file. Besides the sanitizers' checks it traps when the writer breaks its
 // promises: a value written is the value read back, removing it shortens the
 // text, and setting a key that already holds the value changes nothing.
+#include "fuzz/FuzzChecks.hpp"
 #include "platform/posix/IniText.hpp"
 
 #include <cstddef>
@@ -11,9 +12,7 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
+using kova::fuzz::require;
 
 using kova::platform::findIniValue;
 

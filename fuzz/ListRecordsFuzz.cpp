@@ -5,6 +5,7 @@
 // own numbers, a list read back keeps its selection inside it (or none) and
 // answers every index it claims, and a property read back saves a record
 // that reads back the same.
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/host.h"
 #include "kova/kernel.h"
 
@@ -15,18 +16,9 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
-
-void startKernelOnce() {
-    static const bool started = [] {
-        kvSetMessageBoxHook([](const char*, const char*, unsigned) { return int{KV_IDOK}; });
-        kvInitialize();
-        return kvFindClass("Object") != nullptr;
-    }();
-    require(started);
-}
+using kova::fuzz::require;
+using kova::fuzz::requireKernelErrors;
+using kova::fuzz::startKernelOnce;
 
 kvObject streamWith(kvObject* error, const uint8_t* data, size_t size) {
     kvObject stream = kvNewObject(error, "MemStream", 0, 0);
@@ -46,14 +38,6 @@ std::vector<uint8_t> saved(kvObject* error, kvObject property) {
     std::vector<uint8_t> record(bytes, bytes + length);
     kvDelObject(error, stream);
     return record;
-}
-
-void requireKernelErrors(kvObject& error) {
-    while (error) {
-        const kvResult code = kvSendMeth(nullptr, error, "getCode");
-        require(code >= 3426 && code <= 3525);
-        kvSendMeth(&error, error, "deleteTopError");
-    }
 }
 
 // Every index the list claims answers; the selection is inside or none.

@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to the POSIX registry store's reader. Besides the
 // sanitizers' checks it traps when a store that reads is not written back to
 // a text that reads as the same tree.
+#include "fuzz/FuzzChecks.hpp"
 #include "platform/posix/RegistryStore.hpp"
 
 #include <cstddef>
@@ -9,9 +10,8 @@
 #include <string>
 
 namespace {
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
+
+using kova::fuzz::require;
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -6,6 +6,7 @@
 // Besides the sanitizers' checks it traps when a promise is broken: no kernel
 // failure box, errors only of the kernel's numbers, item counts delivered
 // never above what was asked.
+#include "fuzz/FuzzChecks.hpp"
 #include "kova/host.h"
 #include "kova/kernel.h"
 
@@ -19,33 +20,10 @@
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) __builtin_trap();
-}
-
-int messageBoxes = 0;
-
-int countMessageBox(const char*, const char*, unsigned) {
-    ++messageBoxes;
-    return KV_IDOK;
-}
-
-void startKernelOnce() {
-    static const bool started = [] {
-        kvSetMessageBoxHook(countMessageBox);
-        kvInitialize();
-        return kvFindClass("Object") != nullptr;
-    }();
-    require(started);
-}
-
-void requireKernelErrors(kvObject& error) {
-    while (error) {
-        const kvResult code = kvSendMeth(nullptr, error, "getCode");
-        require(code >= 3426 && code <= 3525);
-        kvSendMeth(&error, error, "deleteTopError");
-    }
-}
+using kova::fuzz::messageBoxes;
+using kova::fuzz::require;
+using kova::fuzz::requireKernelErrors;
+using kova::fuzz::startKernelOnce;
 
 std::string pathFor(const char* role) {
     return "/tmp/kova_fuzz_tiff_" + std::to_string(getpid()) + "_" + role + ".tif";

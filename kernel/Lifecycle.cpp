@@ -7,9 +7,11 @@
 #include "kova/version.h"
 #include "platform/Platform.hpp"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 extern "C" kvClass registerBaseError(void);
 
@@ -98,6 +100,18 @@ KV_API kvResult kvTerminate(void) {
 
 KV_API kvModule kvGetKOVAInstance(void) {
     return kova::platform::kernelModule();
+}
+
+KV_API uint32_t kvGetModuleFileName(kvModule module, char* buffer, uint32_t size) {
+    if (!buffer) return 0;
+    const std::string path =
+        module ? kova::platform::moduleFileName(module) : kova::platform::programFileName();
+    if (size > 0) {
+        const size_t copied = std::min<size_t>(path.size(), size - 1);
+        std::memcpy(buffer, path.data(), copied);
+        buffer[copied] = '\0';
+    }
+    return static_cast<uint32_t>(path.size());
 }
 
 KV_API int32_t kvGetParam(const int32_t* list, int16_t id, int32_t defaultValue) {

@@ -30,6 +30,8 @@ kvProc findProcedure(kvModule module, const char* name);
 void freeLibrary(kvModule module);
 // The file a loaded module came from, or an empty string.
 std::string moduleFileName(kvModule module);
+// The full path of the running program's file, or an empty string.
+std::string programFileName();
 // The kernel library's own module.
 kvModule kernelModule();
 // The system's last error code for the calling thread.

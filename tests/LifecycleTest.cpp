@@ -2,6 +2,7 @@
 // parameter lists and the hierarchy dump.
 #include "tests/KernelFixture.hpp"
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -83,6 +84,26 @@ TEST_F(ClassLibraryTest, KernelClassesNeedNoTableEntry) {
     // Release the reference the loader gave us.
     kvTableInsertEntry_CLASSLOCATION("Spare", "KOVA32.DLL");
     EXPECT_NE(kvRegisterClass("KOVAErr"), nullptr);
+}
+
+TEST_F(ClassLibraryTest, ModulesAndTheProgramNameTheirFiles) {
+    char path[1024];
+    const uint32_t kernelLength = kvGetModuleFileName(kvGetKOVAInstance(), path, sizeof path);
+    ASSERT_GT(kernelLength, 0u);
+    const std::filesystem::path kernel(path);
+    EXPECT_TRUE(kernel.is_absolute()) << path;
+    EXPECT_TRUE(std::filesystem::exists(kernel)) << path;
+    const uint32_t programLength = kvGetModuleFileName(nullptr, path, sizeof path);
+    ASSERT_GT(programLength, 0u);
+    EXPECT_TRUE(std::filesystem::exists(path)) << path;
+    EXPECT_EQ(std::filesystem::path(path).parent_path(), kernel.parent_path())
+        << "the tests run beside the kernel";
+    // A buffer too small holds the start of the name and learns its length.
+    char small[5] = "xxxx";
+    EXPECT_EQ(kvGetModuleFileName(nullptr, small, sizeof small), programLength);
+    EXPECT_EQ(std::string(small), std::string(path, 4));
+    EXPECT_EQ(kvGetModuleFileName(nullptr, nullptr, 10), 0u);
+    EXPECT_EQ(kvGetModuleFileName(nullptr, small, 0), programLength);
 }
 
 TEST_F(ClassLibraryTest, MissingLibraryIsShownAndGivesNull) {

@@ -47,8 +47,8 @@ const kova::tools::Command command{
             "wrongly, 2 bad usage.\n"};
 
 // The demo library's classes, for the class location table.
-constexpr const char* demoClasses[] = {"DemoErr",        "DemoRecogPM", "DemoRecogTM", "DemoRegion",
-                                       "DemoScanPM",  "DemoScanTM"};
+constexpr const char* demoClasses[] = {"DemoErr",    "DemoRecogPM", "DemoRecogTM",
+                                       "DemoRegion", "DemoScanPM",  "DemoScanTM"};
 constexpr const char* demoLibrary = "DEMOSCAN.DLL";
 constexpr const char* scannerFQN = "DemoScanner";
 constexpr const char* recognizerFQN = "DemoRecognizer";
@@ -118,10 +118,11 @@ int parseOptions(int argc, char** argv, Options& options) {
 }
 
 // The protocol table that ships beside the command, or installed with it.
-std::string defaultIni(const char* argv0) {
+std::string defaultIni() {
+    char program[4096];
+    const uint32_t length = kvGetModuleFileName(nullptr, program, sizeof program);
     std::error_code ignored;
-    fs::path self = fs::canonical("/proc/self/exe", ignored);
-    if (self.empty()) self = fs::absolute(argv0, ignored);
+    const fs::path self = length > 0 && length < sizeof program ? fs::path(program) : fs::path();
     for (const fs::path& candidate :
          {self.parent_path() / "DEMOSCAN.INI", self.parent_path() / "../share/kova/DEMOSCAN.INI"})
         if (fs::exists(candidate, ignored)) return candidate.lexically_normal().string();
@@ -342,7 +343,7 @@ int runDemo(int argc, char** argv) {
     }
     Options options;
     if (const int usage = parseOptions(argc, argv, options); usage >= 0) return usage;
-    if (options.ini.empty()) options.ini = defaultIni(argv[0]);
+    if (options.ini.empty()) options.ini = defaultIni();
 
     std::error_code problem;
     if (!fs::is_regular_file(options.ini, problem))

@@ -318,6 +318,13 @@ KV_API kvClass kvCoreInitialize(void);
 KV_API void kvCoreTerminate(void);
 /** The kernel library's own module. */
 KV_API kvModule kvGetKOVAInstance(void);
+/** Copies the full path of the file a loaded module came from into `buffer`
+ * (at most `size` - 1 characters, always terminated when `size` > 0); a null
+ * module names the running program, so that a host can find the files it
+ * ships beside itself. Answers the length of the whole path, which is `size`
+ * or more when it did not fit, or 0 when the module's file is unknown or the
+ * buffer is null. */
+KV_API uint32_t kvGetModuleFileName(kvModule module, char* buffer, uint32_t size);
 /** In a list of (id, value) pairs ended by id -1, the value paired with `id`
  * among the first 32 pairs; `defaultValue` when the list is null or has none. */
 KV_API int32_t kvGetParam(const int32_t* list, int16_t id, int32_t defaultValue);

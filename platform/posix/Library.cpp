@@ -9,6 +9,7 @@
 #include <link.h>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -76,6 +77,22 @@ std::string moduleFileName(kvModule module) {
     Dl_info info{};
     if (::dladdr(map->l_ld, &info) && info.dli_fname) return info.dli_fname;
     return {};
+}
+
+std::string programFileName() {
+    // The loader records the program under the name it was started by, which
+    // may be relative; the system's link to the running file is absolute.
+    std::string path(256, '\0');
+    for (;;) {
+        const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+        if (length <= 0) return {};
+        if (static_cast<size_t>(length) < path.size()) {
+            path.resize(static_cast<size_t>(length));
+            return path;
+        }
+        if (path.size() >= 65536) return {};
+        path.resize(path.size() * 2);
+    }
 }
 
 // The address of `name` defined in `module` itself, or null: the loader's

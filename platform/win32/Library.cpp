@@ -74,6 +74,10 @@ std::string moduleFileName(kvModule module) {
     }
 }
 
+std::string programFileName() {
+    return moduleFileName(static_cast<kvModule>(::GetModuleHandleA(nullptr)));
+}
+
 kvModule loadLibrary(const char* name, long* systemError) {
     if (!name || !*name) {
         ::SetLastError(ERROR_INVALID_PARAMETER);

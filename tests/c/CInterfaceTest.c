@@ -203,6 +203,12 @@ int main(void) {
         kvDelObject(&error, bits);
     }
     kvDelObject(&error, square);
+    {
+        /* The program's own file, as a host finds what it ships beside itself. */
+        char program[512];
+        const uint32_t length = kvGetModuleFileName(0, program, sizeof program);
+        CHECK(length > 0 && length < sizeof program && strlen(program) == length);
+    }
     kvTerminate();
     printf("%d passed, %d failed\n", checks - failures, failures);
     return failures ? 1 : 0;
