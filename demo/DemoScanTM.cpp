@@ -83,6 +83,19 @@ demo::Compression compressionOf(kvObject self, demo::PageKind kind) {
     return kind == demo::PageKind::Bilevel ? demo::Compression::PackBits : demo::Compression::None;
 }
 
+// What the batch's uncompressed pages will take in the output file, known
+// before its first page is written.
+uint64_t uncompressedBatchBytes(kvObject self, unsigned count, int width, int height) {
+    uint64_t total = 0;
+    for (unsigned number = 1; number <= count; ++number) {
+        const demo::PageKind kind = kindOf(self, number);
+        if (compressionOf(self, kind) == demo::Compression::None)
+            total += demo::TiffWriter::uncompressedBytes(width, height,
+                                                         kind == demo::PageKind::Bilevel ? 1 : 8);
+    }
+    return total;
+}
+
 // The tags that travel with the page in the component's sideband data.
 void tagPage(kvObject sideband, const demo::Page& page, unsigned count) {
     if (!sideband) return;
@@ -192,7 +205,9 @@ KV_METHOD(DemoScanTM, scan) {
         std::string failed;
         if (!state->writing) {
             const auto* name = reinterpret_cast<const char*>(fetch(self, "OutputFileName"));
-            failed = state->output.open(name ? name : "", count);
+            failed =
+                state->output.open(name ? name : "", count,
+                                   uncompressedBatchBytes(self, count, page.width, page.height));
             state->writing = failed.empty();
         }
         if (failed.empty()) failed = state->output.addPage(page, compressionOf(self, kind));

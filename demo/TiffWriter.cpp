@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace demo {
 
@@ -67,6 +68,12 @@ Placed appendPage(std::vector<uint8_t>& file, const Page& page, uint64_t base, u
     const uint32_t rowsPerStrip =
         static_cast<uint32_t>(std::max<size_t>(1, 65536 / std::max<size_t>(1, rowBytes)));
     std::vector<uint32_t> offsets, counts;
+    // Room for the strips at their largest (PackBits adds a byte in 128 at
+    // worst) and the directory, so a page's bytes are not moved as they grow.
+    const size_t packedRow =
+        rowBytes + (compression == Compression::PackBits ? rowBytes / 128 + 1 : 0);
+    file.reserve(file.size() + packedRow * static_cast<size_t>(page.height) + 1024 +
+                 8 * (static_cast<size_t>(page.height) / rowsPerStrip + 1));
     for (int top = 0; top < page.height; top += static_cast<int>(rowsPerStrip)) {
         const size_t start = file.size();
         const int bottom = std::min(page.height, top + static_cast<int>(rowsPerStrip));
@@ -178,8 +185,17 @@ std::string TiffWriter::fail(const std::string& what) {
     return why;
 }
 
-std::string TiffWriter::open(const std::string& path, unsigned pageCount) {
+uint64_t TiffWriter::uncompressedBytes(int width, int height, int bitsPerSample) {
+    return static_cast<uint64_t>((static_cast<int64_t>(width) * bitsPerSample + 7) / 8) *
+           static_cast<uint64_t>(height);
+}
+
+std::string TiffWriter::open(const std::string& path, unsigned pageCount, uint64_t leastBytes) {
     abandon();
+    // Offsets are 32 bits wide: a file cannot grow past 4 GB.
+    if (leastBytes > UINT32_MAX - 8)
+        return "the file would pass 4 GB: its " + std::to_string(pageCount) +
+               " pages need at least " + std::to_string(leastBytes) + " bytes";
     path_ = path;
     size_ = 0;
     link_ = 4;

@@ -29,8 +29,14 @@ class TiffWriter {
     TiffWriter& operator=(const TiffWriter&) = delete;
     ~TiffWriter(); // abandons an unfinished file
 
-    // Each returns an empty string, or what went wrong.
-    std::string open(const std::string& path, unsigned pageCount);
+    // The bytes of a page's strips stored uncompressed.
+    static uint64_t uncompressedBytes(int width, int height, int bitsPerSample);
+
+    // Each returns an empty string, or what went wrong. `leastBytes` is what
+    // the batch's strips are known to need at least (its uncompressed pages):
+    // a batch that cannot fit in one file is refused before the file is made,
+    // not after gigabytes of it are written.
+    std::string open(const std::string& path, unsigned pageCount, uint64_t leastBytes = 0);
     std::string addPage(const Page& page, Compression compression);
     std::string finish();
     // Closes and removes an unfinished file; the writer can then open another.

@@ -82,4 +82,28 @@ TEST(DemoPages, PackBitsRowsUnpackToTheRow) {
     EXPECT_EQ(unpackBits(packed), noise);
 }
 
+TEST(DemoPages, ABatchTooLargeForOneFileIsRefusedBeforeTheFileIsMade) {
+    const std::string path = ::testing::TempDir() + "demo-too-large.tif";
+    demo::TiffWriter writer;
+    // 600 greyscale pages of letter size at 300 dpi stored as they are.
+    const uint64_t greyPages = 600 * demo::TiffWriter::uncompressedBytes(2550, 3300, 8);
+    const std::string refused = writer.open(path, 600, greyPages);
+    EXPECT_NE(refused.find("would pass 4 GB: its 600 pages need at least 5049000000 bytes"),
+              std::string::npos)
+        << refused;
+    EXPECT_EQ(std::fopen((path + ".part").c_str(), "rb"), nullptr);
+    EXPECT_EQ(writer.addPage(demo::makePage(1, 1, demo::PageKind::Bilevel, width, height, dpi),
+                             demo::Compression::PackBits),
+              "no file is open");
+
+    // Bilevel rows are stored a bit a pixel, padded to whole bytes.
+    EXPECT_EQ(demo::TiffWriter::uncompressedBytes(850, 1100, 1), 107u * 1100);
+    EXPECT_EQ(writer.open(path, 1, demo::TiffWriter::uncompressedBytes(850, 1100, 8)), "");
+    EXPECT_EQ(writer.addPage(demo::makePage(1, 1, demo::PageKind::Greyscale, width, height, dpi),
+                             demo::Compression::None),
+              "");
+    EXPECT_EQ(writer.finish(), "");
+    EXPECT_EQ(std::remove(path.c_str()), 0);
+}
+
 } // namespace

@@ -5,19 +5,14 @@
 // recognised text into the TIFF file the scanner wrote, saves the scanner's
 // settings and restores them into a fresh component, and reports.
 #include "tools/Command.hpp"
-#include "tools/demo/Host.hpp"
+#include "tools/demo/Batch.hpp"
 
-#include "kova/classloc.h"
-#include "kova/component.h"
 #include "kova/host.h"
 #include "kova/kernel.h"
-#include "kova/match.h"
-#include "kova/plr.h"
-#include "kova/registry.h"
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -34,7 +29,8 @@ const kova::tools::Command command{
             "image data reads each page's bar code and page-number field, and the pages\n"
             "go to a multi-page TIFF file (default demo.tif) with the recognised text\n"
             "as each page's ImageDescription.\n\n"
-            "  --pages N        pages in the batch (0 to 65535)\n"
+            "  --pages N        pages in the batch (0 to 65535; the file holds at most\n"
+            "                   4 GB, some 950 pages at 300 dpi)\n"
             "  --seed N         the batch's seed: the same seed gives the same pages\n"
             "  --resolution DPI pages of letter size at this resolution (default 300)\n"
             "  --output FILE    the TIFF file to write\n"
@@ -45,14 +41,6 @@ const kova::tools::Command command{
             "  --quiet          print only the report\n\n"
             "Exit status: 0 every page recognised as scanned, 1 an error or a page read\n"
             "wrongly, 2 bad usage.\n"};
-
-// The demo library's classes, for the class location table.
-constexpr const char* demoClasses[] = {"DemoErr",    "DemoRecogPM", "DemoRecogTM",
-                                       "DemoRegion", "DemoScanPM",  "DemoScanTM"};
-constexpr const char* demoLibrary = "DEMOSCAN.DLL";
-constexpr const char* scannerFQN = "DemoScanner";
-constexpr const char* recognizerFQN = "DemoRecognizer";
-constexpr int32_t feederEmpty = 20000; // the scanner's end of batch
 
 struct Options {
     unsigned pages = 4;
@@ -117,18 +105,6 @@ int parseOptions(int argc, char** argv, Options& options) {
     return -1;
 }
 
-// The protocol table that ships beside the command, or installed with it.
-std::string defaultIni() {
-    char program[4096];
-    const uint32_t length = kvGetModuleFileName(nullptr, program, sizeof program);
-    std::error_code ignored;
-    const fs::path self = length > 0 && length < sizeof program ? fs::path(program) : fs::path();
-    for (const fs::path& candidate :
-         {self.parent_path() / "DEMOSCAN.INI", self.parent_path() / "../share/kova/DEMOSCAN.INI"})
-        if (fs::exists(candidate, ignored)) return candidate.lexically_normal().string();
-    return (self.parent_path() / "DEMOSCAN.INI").string();
-}
-
 // Kernel message boxes (a class that cannot be loaded, say) are part of what
 // went wrong: they are printed where the report's errors go.
 int printMessageBox(const char* text, const char* caption, unsigned) {
@@ -136,150 +112,43 @@ int printMessageBox(const char* text, const char* caption, unsigned) {
     return KV_IDOK;
 }
 
-// One component: its personality, made through Match, with its technology.
-struct Component {
-    kvObject personality = nullptr;
-    kvObject technology = nullptr;
-};
+using kova::tools::demo::Batch;
+using kova::tools::demo::BatchSettings;
 
 class Demo {
   public:
-    Demo(const Options& options) : options_(options), host_(options.pages, options.quiet) {}
-    ~Demo() {
-        for (kvObject* error : {&error_})
-            if (*error) kvDelObject(nullptr, *error);
-        for (Component* component : {&restored_, &recognizer_, &scanner_})
-            if (component->personality) kvDelObject(nullptr, component->personality);
-    }
+    Demo(const Options& options)
+        : options_(options), host_(options.pages, options.quiet),
+          batch_(settings_, host_, printFailure) {}
     int run();
 
   private:
-    bool failWithErrors(const std::string& what);
-    bool make(Component& component, const char* protocol, const char* fqn);
-    void store(const Component& component, const char* name, kvArg value);
-    bool scan(unsigned& scanned);
-    bool stamp();
-    unsigned saveAndRestore();
+    static BatchSettings settingsOf(const Options& options);
+    static void printFailure(const std::string& what, kvObject errors);
     void report(unsigned scanned, unsigned restored, double seconds) const;
 
     const Options& options_;
     kova::tools::demo::Host host_;
-    kvObject error_ = nullptr;
-    Component scanner_, recognizer_, restored_;
-    bool linked_ = false;
-    std::string failure_;
+    BatchSettings settings_ = settingsOf(options_);
+    Batch batch_;
 };
 
-bool Demo::failWithErrors(const std::string& what) {
+BatchSettings Demo::settingsOf(const Options& options) {
+    BatchSettings settings;
+    settings.pages = options.pages;
+    settings.seed = options.seed;
+    settings.resolution = options.resolution;
+    settings.output = options.output;
+    settings.link = options.link;
+    return settings;
+}
+
+void Demo::printFailure(const std::string& what, kvObject errors) {
     command.fail(what);
-    if (error_) {
+    if (errors) {
         std::fputs("The error stack, as the error dialog shows it:\n", stderr);
-        kova::tools::demo::printErrorStack(stderr, error_);
-        kvDelObject(nullptr, error_);
-        error_ = nullptr;
+        kova::tools::demo::printErrorStack(stderr, errors);
     }
-    return false;
-}
-
-bool Demo::make(Component& component, const char* protocol, const char* fqn) {
-    component.personality = MatchMake(&error_, protocol, nullptr);
-    if (!component.personality)
-        return failWithErrors(std::string("no component could be made for the protocol ") +
-                              kova::tools::quoted(protocol));
-    kvSendMeth(&error_, component.personality, "registerEventDispatch",
-               &kova::tools::demo::Host::dispatch);
-    kvSendMeth(&error_, component.personality, "storeControl", &host_);
-    kvSendMeth(&error_, component.personality, "storeFQN", fqn);
-    component.technology =
-        reinterpret_cast<kvObject>(kvSendMeth(&error_, component.personality, "activate"));
-    if (!component.technology || error_)
-        return failWithErrors(std::string("the ") + protocol + " component could not be activated");
-    return true;
-}
-
-void Demo::store(const Component& component, const char* name, kvArg value) {
-    kvSendMeth(&error_, component.personality, "storeProperty", name, 0, value);
-}
-
-bool Demo::scan(unsigned& scanned) {
-    store(scanner_, "PageCount", options_.pages);
-    store(scanner_, "Seed", static_cast<kvArg>(options_.seed));
-    store(scanner_, "Resolution", options_.resolution);
-    store(scanner_, "OutputToFile", 1);
-    store(scanner_, "OutputFileName", reinterpret_cast<kvArg>(options_.output.c_str()));
-    if (error_) return failWithErrors("the scanner's settings could not be stored");
-
-    if (options_.link) {
-        store(recognizer_, "ImageDataSource", reinterpret_cast<kvArg>(scannerFQN));
-        // The regions to read: the recognizer's own form.
-        store(recognizer_, "RegionSource", reinterpret_cast<kvArg>(recognizerFQN));
-        const kvObject link = reinterpret_cast<kvObject>(
-            kvSendMeth(&error_, recognizer_.technology, "findPropertyByName", "ImageData"));
-        linked_ = link && kvSendMeth(&error_, link, "isLinked");
-        if (error_) return failWithErrors("the recognizer could not be linked to the scanner");
-    }
-
-    const kvResult result = kvSendMeth(&error_, scanner_.personality, "fireMethod", "scanBatch");
-    host_.finishProgress();
-    scanned = static_cast<unsigned>(result < 0 ? 0 : result);
-    // The batch ends through the scanner's own error: the feeder is empty.
-    if (error_ && kova::tools::demo::errorCode(error_) == feederEmpty &&
-        !kvSendMeth(nullptr, error_, "getNextES")) {
-        kvDelObject(nullptr, error_);
-        error_ = nullptr;
-    }
-    if (error_)
-        return failWithErrors("the scan failed after " + std::to_string(scanned) + " pages");
-    return true;
-}
-
-// Writes what was recognised on each page into the page's directory.
-bool Demo::stamp() {
-    if (host_.pages().empty()) return true;
-    const kvObject tiff = kvNewObject(&error_, "TiffTag");
-    if (!tiff) return failWithErrors("the TIFF tag store could not be made");
-    bool done = kvSendMeth(&error_, tiff, "openTIFF", options_.output.c_str(), 1) == 1;
-    for (size_t i = 0; done && i < host_.pages().size(); ++i) {
-        const std::string& text = host_.pages()[i].recognized;
-        done = kvSendMeth(&error_, tiff, "setCurIndex", static_cast<kvArg>(i)) >= 0 &&
-               kvSendMeth(&error_, tiff, "addTag", 270, 2, static_cast<kvArg>(text.size() + 1),
-                          text.c_str()) >= 0;
-    }
-    if (done) kvSendMeth(&error_, tiff, "flushIFDs");
-    kvSendMeth(&error_, tiff, "closeTIFF");
-    done = done && !error_;
-    kvDelObject(nullptr, tiff);
-    return done ||
-           failWithErrors("the recognised text could not be stamped into " + options_.output);
-}
-
-// Saves the scanner's settings to a stream and reads them into a fresh
-// scanner; answers how many of them came back equal. Each setting travels as
-// its own property record: a saved property collection restores no members
-// (its reader stops at the first entry that is not the end marker).
-unsigned Demo::saveAndRestore() {
-    static constexpr const char* names[] = {"PageCount", "Seed", "ColorMode", "Resolution",
-                                            "Compression"};
-    const kvObject stream = kvNewObject(&error_, "MemStream", 0, 0);
-    if (!stream) return 0;
-    auto propertyOf = [&](const Component& component, const char* name) {
-        return reinterpret_cast<kvObject>(
-            kvSendMeth(&error_, component.technology, "findPropertyByName", name));
-    };
-    for (const char* name : names)
-        kvSendMeth(&error_, propertyOf(scanner_, name), "writeToStream", stream);
-    unsigned equal = 0;
-    if (!error_ && make(restored_, "Scan", "DemoScanner.restored")) {
-        kvSendMeth(&error_, stream, "Rewind");
-        for (const char* name : names)
-            kvSendMeth(&error_, propertyOf(restored_, name), "readFromStream", stream);
-        for (const char* name : names)
-            equal += kvSendMeth(nullptr, scanner_.technology, "fetchProperty", name) ==
-                     kvSendMeth(nullptr, restored_.technology, "fetchProperty", name);
-    }
-    kvDelObject(nullptr, stream);
-    if (error_) failWithErrors("the scanner's settings could not be saved and restored");
-    return equal;
 }
 
 void Demo::report(unsigned scanned, unsigned restored, double seconds) const {
@@ -297,9 +166,9 @@ void Demo::report(unsigned scanned, unsigned restored, double seconds) const {
     if (shown < host_.pages().size())
         std::printf("  ... %zu more pages\n", host_.pages().size() - shown);
     std::printf("  recognised correctly: %u of %u pages\n", right, scanned);
-    std::printf("  links: %s\n", linked_ ? "DemoRecognizer.ImageDataSource -> DemoScanner "
-                                           "(service ImageData)"
-                                         : "none (the recognizer is not linked)");
+    std::printf("  links: %s\n", batch_.linked() ? "DemoRecognizer.ImageDataSource -> DemoScanner "
+                                                   "(service ImageData)"
+                                                 : "none (the recognizer is not linked)");
     std::error_code ignored;
     if (scanned)
         std::printf("  file: %s, %ju bytes, %u pages (bilevel PackBits, greyscale uncompressed)\n",
@@ -309,11 +178,10 @@ void Demo::report(unsigned scanned, unsigned restored, double seconds) const {
 
 int Demo::run() {
     const auto start = std::chrono::steady_clock::now();
-    if (!make(scanner_, "Scan", scannerFQN) || !make(recognizer_, "Recognize", recognizerFQN))
-        return kova::tools::Failed;
+    if (!batch_.makeComponents()) return kova::tools::Failed;
     unsigned scanned = 0;
-    if (!scan(scanned) || !stamp()) return kova::tools::Failed;
-    const unsigned restored = saveAndRestore();
+    if (!batch_.scan(scanned) || !batch_.stamp()) return kova::tools::Failed;
+    const unsigned restored = batch_.saveAndRestore();
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report(scanned, restored, seconds);
@@ -343,7 +211,7 @@ int runDemo(int argc, char** argv) {
     }
     Options options;
     if (const int usage = parseOptions(argc, argv, options); usage >= 0) return usage;
-    if (options.ini.empty()) options.ini = defaultIni();
+    if (options.ini.empty()) options.ini = kova::tools::demo::defaultProtocolTable();
 
     std::error_code problem;
     if (!fs::is_regular_file(options.ini, problem))
@@ -365,13 +233,8 @@ int runDemo(int argc, char** argv) {
     kvSetMessageBoxHook(printMessageBox);
 
     kvInitialize();
-    for (const char* cls : demoClasses)
-        kvTableInsertEntry_CLASSLOCATION(cls, demoLibrary);
     int result = Failed;
-    char personality[KV_MATCH_NAME_SIZE] = "";
-    if (!MatchInit(options.ini.c_str()) ||
-        !kvRegistryGetValue("KOVA\\Protocols\\Scan", personality, sizeof personality) ||
-        !*personality) {
+    if (!kova::tools::demo::loadDemoLibrary(options.ini)) {
         command.fail("the protocol table " + kova::tools::quoted(options.ini) +
                      " does not map the protocols Scan and Recognize");
     } else {

@@ -1,4 +1,4 @@
-// The host side of `kova demo` (see DemoHost.hpp).
+// The host side of `kova demo` (see Host.hpp).
 #include "tools/demo/Host.hpp"
 
 #include "kova/errdialog.h"
