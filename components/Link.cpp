@@ -5,6 +5,7 @@
 // unlinked Link makes the link on demand. The linked object's "OnTerm"
 // breaks the link; the owner hears "OnLinked" and "OnUnlinked".
 #include "errors/Raise.hpp"
+#include "kernel/Kernel.hpp"
 #include "kova/plr.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
@@ -87,10 +88,13 @@ kvResult forwardAs(kvObject* errSlot, kvObject self, const char* name, const kvA
 
 } // namespace
 
-// (method name, the sender's argument list)
+// (method name, the sender's argument list). Every message forwarded through
+// a link passes here, so the parent's method is looked up once.
 KV_METHOD(Link, MethodNotFound) {
     if (!linkOf(instData)->linked) kvSendMeth(errSlot, self, "makeLink");
-    return kvSendParentMethNA(errSlot, LinkClass, self, "MethodNotFound", args);
+    static kova::kernel::SendSite parentNotFound;
+    return kova::kernel::sendParentThroughSite(parentNotFound, errSlot, LinkClass, self,
+                                               "MethodNotFound", args);
 }
 
 // The linked object is ending.

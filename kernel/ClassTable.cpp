@@ -125,6 +125,7 @@ KV_API kvClass kvAddClass(const char* name, const char* parentName, uint16_t ins
         kova::platform::release(cls);
         return nullptr;
     }
+    kova::kernel::forgetMissedNames();
     if (!kova::kernel::createMethodCache(cls))
         showKernelMessage(kova::kernel::errorCaption, "Could not allocate class method cache.");
     initialiseClass(cls);
@@ -147,6 +148,7 @@ KV_API void kvCloseClasses(void) {
     kova::platform::release(classTable);
     classTable = nullptr;
     kova::kernel::forgetSendSites();
+    kova::kernel::forgetMissedNames();
 }
 
 } // extern "C"

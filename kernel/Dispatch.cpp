@@ -3,6 +3,10 @@
 // binary search of the method tables of the class and its ancestors. A send
 // is the system's only call mechanism, so the usual case, a name found at the
 // head of its bucket, is measured once and answered without a stack frame.
+// Names that no class of the chain defines are what forwarders live on: the
+// cache also remembers the last such name of each bucket, and the
+// "MethodNotFound" method a miss runs, so that a forwarded send searches no
+// table again.
 #include "kernel/Kernel.hpp"
 #include "platform/Platform.hpp"
 
@@ -23,10 +27,17 @@ struct kvCacheEntry {
 struct kvCacheBucket {
     kvCacheEntry* head;
     kvCacheEntry* tail;
+    // The last name of this bucket that no class of the chain defines,
+    // NUL-padded; empty when there is none. Beside the head, which a send
+    // reads first.
+    char missed[KV_METHOD_NAME_SIZE];
 };
 
 struct kvMethodCache {
     kvCacheBucket buckets[64];
+    const kvMethodRecord* notFoundMethod; // "MethodNotFound" as a miss sends it, or null
+    kvClass notFoundClass;                // the class defining it
+    uint32_t generation;                  // the class table generation the two above hold for
 };
 
 namespace {
@@ -92,11 +103,12 @@ uint32_t load32(const char* bytes) {
 [[gnu::always_inline]] inline uint32_t bucketOf(const WantedName& name) {
     uint16_t h = 0;
     if (name.length >= 6) [[likely]] {
-        // A fixed count, which the compiler unrolls.
-        const char* last = name.text + name.length - 6;
-        for (size_t i = 0; i < 6; ++i)
-            h = static_cast<uint16_t>(static_cast<signed char>(last[i]) + 2 * h);
-        return h % 64u;
+        // The six steps written out: byte i of the six counts 2^(5 - i) times,
+        // and the low six bits of the sum do not depend on its wrapping.
+        const auto* last = reinterpret_cast<const signed char*>(name.text + name.length - 6);
+        const int sum =
+            32 * last[0] + 16 * last[1] + 8 * last[2] + 4 * last[3] + 2 * last[4] + last[5];
+        return static_cast<uint32_t>(sum) % 64u;
     }
     for (size_t i = 0; i < name.length; ++i)
         h = static_cast<uint16_t>(static_cast<signed char>(name.text[i]) + 2 * h);
@@ -132,11 +144,16 @@ uint32_t load32(const char* bytes) {
     return load64(a + length - 8) == load64(b + length - 8);
 }
 
-// What strncmp(method's name, wanted, 32) == 0 answers: the method's name
-// ends where the wanted name does, and the bytes before agree.
+// What strncmp(name, wanted, 32) == 0 answers for a NUL-padded name of 32
+// bytes: it ends where the wanted name does, and the bytes before agree.
+[[gnu::always_inline]] inline bool isNamed(const char (&name)[KV_METHOD_NAME_SIZE],
+                                           const WantedName& wanted) {
+    if (wanted.length < KV_METHOD_NAME_SIZE && name[wanted.length] != '\0') return false;
+    return sameBytes(name, wanted.text, wanted.length);
+}
+
 [[gnu::always_inline]] inline bool isNamed(const kvMethodRecord* method, const WantedName& wanted) {
-    if (wanted.length < KV_METHOD_NAME_SIZE && method->name[wanted.length] != '\0') return false;
-    return sameBytes(method->name, wanted.text, wanted.length);
+    return isNamed(method->name, wanted);
 }
 
 int byteOrder(char a, char b) {
@@ -223,6 +240,40 @@ void cacheInsert(kvClass cls, const WantedName& name, kvMethodRecord* method, kv
     entry->foundClass = foundClass;
 }
 
+// Bumped whenever the class table changes (a class added, the classes
+// closed): missed names and the "MethodNotFound" found for a class are then
+// looked up afresh, since the caches cannot know what a change brings.
+uint32_t classTableGeneration = 1;
+
+[[gnu::cold, gnu::noinline]] void forgetMisses(kvMethodCache& cache) {
+    for (kvCacheBucket& bucket : cache.buckets)
+        std::memset(bucket.missed, 0, sizeof bucket.missed);
+    cache.notFoundMethod = nullptr;
+    cache.notFoundClass = nullptr;
+    cache.generation = classTableGeneration;
+}
+
+// The missed names and the "MethodNotFound" of `cache`, forgotten when the
+// class table has changed since they were found.
+[[gnu::always_inline]] inline kvMethodCache& currentMisses(kvMethodCache& cache) {
+    if (cache.generation != classTableGeneration) [[unlikely]]
+        forgetMisses(cache);
+    return cache;
+}
+
+// True when `name` is the missed name remembered in its bucket. The empty
+// name is never remembered, since a free slot reads as empty.
+[[gnu::always_inline]] inline bool isKnownMissing(kvMethodCache& cache, const WantedName& name) {
+    return name.length && isNamed(currentMisses(cache).buckets[name.bucket].missed, name);
+}
+
+void rememberMissing(kvMethodCache& cache, const WantedName& name) {
+    if (!name.length) return;
+    char(&slot)[KV_METHOD_NAME_SIZE] = currentMisses(cache).buckets[name.bucket].missed;
+    std::memset(slot, 0, sizeof slot);
+    std::memcpy(slot, name.text, name.length);
+}
+
 // Binary search of one sorted method table.
 kvMethodRecord* searchTable(const kvMethodTable* table, const WantedName& name) {
     if (!table || !table->records) return nullptr;
@@ -243,14 +294,17 @@ kvMethodRecord* searchTable(const kvMethodTable* table, const WantedName& name) 
 
 // Instance method lookup once the head of the bucket has been tried: the rest
 // of the bucket, then the tables of `cls` and its ancestors, a find there
-// being remembered in the cache of `cls`.
+// being remembered in the cache of `cls`, and a miss too.
 kvMethodRecord* findBehindHead(kvClass* foundClassOut, kvClass cls, const WantedName& name) {
-    if (cls->cache && cls->cache->buckets[name.bucket].head) {
-        kvClass found = nullptr;
+    if (cls->cache) {
+        if (isKnownMissing(*cls->cache, name)) return nullptr;
         kvCacheBucket& bucket = cls->cache->buckets[name.bucket];
-        if (kvMethodRecord* method = cacheLookupBehindHead(bucket, name, &found)) {
-            if (foundClassOut) *foundClassOut = found;
-            return method;
+        kvClass found = nullptr;
+        if (bucket.head) {
+            if (kvMethodRecord* method = cacheLookupBehindHead(bucket, name, &found)) {
+                if (foundClassOut) *foundClassOut = found;
+                return method;
+            }
         }
     }
     for (kvClass c = cls; c; c = c->parent) {
@@ -260,6 +314,7 @@ kvMethodRecord* findBehindHead(kvClass* foundClassOut, kvClass cls, const Wanted
         if (foundClassOut) *foundClassOut = c;
         return method;
     }
+    if (cls->cache) rememberMissing(*cls->cache, name);
     return nullptr;
 }
 
@@ -289,8 +344,9 @@ kvMethodRecord* findClassMethod(kvClass* foundClassOut, kvClass cls, const char*
     return nullptr;
 }
 
-kvResult callInstanceMethod(kvObject* errSlot, kvObject obj, const kvMethodRecord* method,
-                            kvClass foundClass, const kvArgs* args) {
+[[gnu::always_inline]] inline kvResult callInstanceMethod(kvObject* errSlot, kvObject obj,
+                                                          const kvMethodRecord* method,
+                                                          kvClass foundClass, const kvArgs* args) {
     if (method->flags & KV_METHOD_NO_INSTDATA)
         return reinterpret_cast<kvNoDataProc>(method->proc)(errSlot, obj, args);
     void* instData = obj->data ? static_cast<char*>(obj->data) + foundClass->dataOffset : nullptr;
@@ -310,20 +366,53 @@ kvResult callInstanceMethod(kvObject* errSlot, kvObject obj, const kvMethodRecor
 // The name a missing method is reported under. Lookup compares at most 32
 // bytes, so a name of 32 bytes needs no terminator; such a name is copied
 // with one into `spare`, so that whoever reports it reads no further.
-const char* reportableName(const char* name, char (&spare)[KV_METHOD_NAME_SIZE + 1]) {
-    if (!name || ::strnlen(name, KV_METHOD_NAME_SIZE) < KV_METHOD_NAME_SIZE) return name;
-    std::memcpy(spare, name, KV_METHOD_NAME_SIZE);
+const char* reportableName(const WantedName& name, char (&spare)[KV_METHOD_NAME_SIZE + 1]) {
+    if (name.length < KV_METHOD_NAME_SIZE) return name.text;
+    std::memcpy(spare, name.text, KV_METHOD_NAME_SIZE);
     spare[KV_METHOD_NAME_SIZE] = '\0';
     return spare;
 }
 
+const char* reportableName(const char* name, char (&spare)[KV_METHOD_NAME_SIZE + 1]) {
+    return name ? reportableName(measureForClassMethod(name), spare) : nullptr;
+}
+
+// The "MethodNotFound" a send to an object of `cls` runs, found once per
+// class table generation, as a send of that name would find it.
+const kvMethodRecord* notFoundMethodOf(kvClass cls, kvClass* foundClass) {
+    kvMethodCache& cache = currentMisses(*cls->cache);
+    if (!cache.notFoundMethod) {
+        const kvMethodRecord* method =
+            findInstanceMethod(&cache.notFoundClass, cls, "MethodNotFound");
+        if (!method) return nullptr;
+        cache.notFoundMethod = method;
+    }
+    *foundClass = cache.notFoundClass;
+    return cache.notFoundMethod;
+}
+
 // Hands a send that found no method to the receiver's "MethodNotFound" with the
-// missing name and the sender's list as one slot. A class tree without that
-// method ends here instead of recursing.
-kvResult methodNotFound(kvObject* errSlot, kvObject obj, const char* name, const kvArgs* args) {
-    if (name && sameName(name, "MethodNotFound")) return 0;
+// missing name (measured; its text may be null) and the sender's list as one
+// slot. A class tree without that method ends here instead of recursing.
+[[gnu::noinline]] kvResult methodNotFound(kvObject* errSlot, kvObject obj, WantedName name,
+                                          const kvArgs* args) {
+    constexpr char notFound[] = "MethodNotFound";
+    if (name.length == sizeof notFound - 1 && sameBytes(name.text, notFound, name.length)) return 0;
     char spare[KV_METHOD_NAME_SIZE + 1];
-    return kvSendMeth(errSlot, obj, "MethodNotFound", reportableName(name, spare), args);
+    const kvArg slots[2] = {reinterpret_cast<kvArg>(reportableName(name, spare)),
+                            reinterpret_cast<kvArg>(args)};
+    const kvArgs notFoundArgs{slots, 2};
+    // The usual receiver has a cache, which holds its "MethodNotFound".
+    if (!obj->cls || !obj->cls->cache)
+        return kvSendMethNA(errSlot, obj, "MethodNotFound", &notFoundArgs);
+    kvClass found = nullptr;
+    const kvMethodRecord* method = notFoundMethodOf(obj->cls, &found);
+    if (!method) return 0; // as the send of "MethodNotFound" would end
+    return callInstanceMethod(errSlot, obj, method, found, &notFoundArgs);
+}
+
+kvResult methodNotFound(kvObject* errSlot, kvObject obj, const char* name, const kvArgs* args) {
+    return methodNotFound(errSlot, obj, name ? measureForClassMethod(name) : WantedName{}, args);
 }
 
 kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, const kvArgs* args) {
@@ -332,12 +421,14 @@ kvResult classMethodNotFound(kvObject* errSlot, kvClass cls, const char* name, c
     return kvSendClMeth(errSlot, cls, "ClassMethodNotFound", reportableName(name, spare), args);
 }
 
-// A send the head of its bucket did not answer.
+// A send the head of its bucket did not answer. A name known to be missing,
+// as every message a forwarder hands on is, goes straight to "MethodNotFound".
 [[gnu::noinline]] kvResult sendBehindHead(kvObject* errSlot, kvObject obj, kvClass cls,
                                           WantedName name, const kvArgs* args) {
+    if (isKnownMissing(*cls->cache, name)) return methodNotFound(errSlot, obj, name, args);
     kvClass found = nullptr;
     const kvMethodRecord* method = findBehindHead(&found, cls, name);
-    if (!method) return methodNotFound(errSlot, obj, name.text, args);
+    if (!method) return methodNotFound(errSlot, obj, name, args);
     return callInstanceMethod(errSlot, obj, method, found, args);
 }
 
@@ -385,14 +476,37 @@ kvResult sendThroughSite(SendSite& site, kvObject* errSlot, kvObject obj, const 
     return callInstanceMethod(errSlot, obj, method, found, args);
 }
 
+kvResult sendParentThroughSite(SendSite& site, kvObject* errSlot, kvClass cls, kvObject obj,
+                               const char* name, const kvArgs* args) {
+    if (!cls || !cls->parent) return -1;
+    if (!obj) return refuseNullReceiver(name);
+    const kvClass from = cls->parent;
+    if (site.receiverClass == from && site.generation == siteGeneration) [[likely]]
+        return callInstanceMethod(errSlot, obj, site.method, site.foundClass, args);
+    kvClass found = nullptr;
+    const kvMethodRecord* method = findInstanceMethod(&found, from, name);
+    if (!method) {
+        site = SendSite{};
+        return methodNotFound(errSlot, obj, name, args);
+    }
+    site = SendSite{from, method, found, siteGeneration};
+    return callInstanceMethod(errSlot, obj, method, found, args);
+}
+
 void forgetSendSites() {
     ++siteGeneration;
+}
+
+void forgetMissedNames() {
+    ++classTableGeneration;
 }
 
 bool createMethodCache(kvClass cls) {
     cls->cacheCount = 0;
     cls->cache = static_cast<kvMethodCache*>(platform::allocateZeroed(sizeof(kvMethodCache)));
-    return cls->cache != nullptr;
+    if (!cls->cache) return false;
+    cls->cache->generation = classTableGeneration;
+    return true;
 }
 
 void freeMethodCache(kvClass cls) {

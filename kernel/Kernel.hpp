@@ -23,8 +23,18 @@ struct SendSite {
 };
 kvResult sendThroughSite(SendSite& site, kvObject* errSlot, kvObject obj, const char* name,
                          const kvArgs* args);
+// The same for a parent send (see kvSendParentMethNA) that a class's
+// procedure repeats with one name, such as a forwarder's "MethodNotFound"
+// handing on to its parent's: the site answers for the class it was made for.
+kvResult sendParentThroughSite(SendSite& site, kvObject* errSlot, kvClass cls, kvObject obj,
+                               const char* name, const kvArgs* args);
 // Makes every send site look its name up again (kvCloseClasses).
 void forgetSendSites();
+
+// Makes every class's cache forget the names its chain was found not to
+// define and the "MethodNotFound" found for it (a class added, the classes
+// closed).
+void forgetMissedNames();
 
 // True when an event of the object (after forwarding) is being fired now
 // (Notify.cpp).

@@ -17,24 +17,10 @@
 #include <string>
 #include <vector>
 
-#ifdef _WIN32
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace kova::test {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-int processId() {
-#ifdef _WIN32
-    return _getpid();
-#else
-    return getpid();
-#endif
-}
 
 bool run(const std::string& command) {
     return std::system(command.c_str()) == 0;
@@ -97,9 +83,9 @@ class DibInteropTest : public ImageTest {
     void SetUp() override {
         ImageTest::SetUp();
         const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        // The process's own folder: several builds may run this test at once.
-        folder_ = std::filesystem::temp_directory_path() /
-                  ("kova_dib_" + std::string(test->name()) + "_" + std::to_string(processId()));
+        // Inside the test run's own scratch folder, which no other run shares
+        // (several builds, or clones, may run this test at once).
+        folder_ = settingsFolder() / ("dib_" + std::string(test->name()));
         std::filesystem::create_directories(folder_);
     }
     void TearDown() override {

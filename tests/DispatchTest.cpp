@@ -104,6 +104,46 @@ TEST_F(DispatchTest, AnUnterminatedNameOf32BytesIsReportedAsTheKernelReadsIt) {
               "An attempt was made to send method " + shown + " to a null object reference.");
 }
 
+// A name no class of the chain defines is remembered, so that a forwarder's
+// messages skip the tables; every send of it must still be reported, and
+// the memory must never hide a method whose name shares its bucket or its
+// first bytes ("areaE" falls in the bucket of "area").
+TEST_F(DispatchTest, AMissedNameIsReportedAtEverySendAndHidesNoMethod) {
+    kvObject square = make("Square", 4, 3);
+    struct {
+        char name[32];
+        char after[8];
+    } unterminated;
+    std::memset(unterminated.name, 'q', sizeof unterminated.name);
+    std::memcpy(unterminated.after, "TAIL", 5);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(kvSendMeth(&error, square, "areaE", 5), 0);
+        EXPECT_EQ(errorMessage(error), "An unimplemented method areaE was sent to class Square");
+        EXPECT_EQ(takeError(), 3427);
+        EXPECT_EQ(kvSendMeth(&error, square, "area"), 9);
+        EXPECT_EQ(kvSendMeth(&error, square, "are"), 0);
+        EXPECT_EQ(takeError(), 3427);
+        EXPECT_EQ(kvSendMeth(&error, square, unterminated.name), 0);
+        EXPECT_EQ(errorMessage(error),
+                  "An unimplemented method " + std::string(32, 'q') + " was sent to class Square");
+        EXPECT_EQ(takeError(), 3427);
+        EXPECT_EQ(kvSendMeth(&error, square, ""), 0);
+        EXPECT_EQ(takeError(), 3427);
+    }
+    EXPECT_EQ(kvFindMethod(nullptr, kvFindClass("Square"), "areaE", 0), nullptr);
+    EXPECT_NE(kvFindMethod(nullptr, kvFindClass("Square"), "area", 0), nullptr);
+
+    // Through a forwarder the same name goes on to the target every time.
+    const kvObject forwarder = kvNewObject(&error, "Forw", square);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(kvSendMeth(&error, forwarder, "area"), 9);
+        EXPECT_EQ(kvSendMeth(&error, forwarder, "areaE"), 0);
+        EXPECT_EQ(errorMessage(error), "An unimplemented method areaE was sent to class Square");
+        EXPECT_EQ(takeError(), 3427);
+    }
+    kvDelObject(&error, forwarder);
+}
+
 TEST_F(DispatchTest, AddingAClassTwiceKeepsTheFirstAndNamesOf20CharactersAreRefused) {
     const kvClass shape = kvRegisterClass("Shape");
     kvMethodTable empty{0, nullptr};

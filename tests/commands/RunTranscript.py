@@ -6,6 +6,9 @@ A transcript is a text file of lines:
   $ ARGUMENTS    a kova command line (shell-style quoting), followed by the
                  lines it prints (standard output, then standard error) and
                  the line "exit N" with its exit status
+  % ARGUMENTS    a command that sets the scene (clears what an earlier test
+                 left in a registry all tests share, say): it runs, and what
+                 it prints and its exit status are not compared
 In arguments and output, @WORK@ stands for the test's own empty folder,
 @DATA@ for the folder of the transcript, @BIN@ for the folder of kova.
 Addresses (0x...) compare equal whatever their digits, and Windows line ends
@@ -45,6 +48,12 @@ def run(kova, transcript, work, emulator, update):
             text = text.replace(path, mark)
         return re.sub(r"0x[0-9a-fA-F]+", "0x?", text)
 
+    def run_kova(line):
+        arguments = [fill(a) for a in shlex.split(line[2:])]
+        return subprocess.run(emulator + [kova, "--settings", work] + arguments, cwd=work,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              stdin=subprocess.DEVNULL, timeout=120)
+
     with open(transcript, encoding="utf-8") as f:
         expected = f.read()
     actual = []
@@ -55,15 +64,14 @@ def run(kova, transcript, work, emulator, update):
         elif line.startswith("$ "):
             in_output = True
             actual.append(line)
-            arguments = [fill(a) for a in shlex.split(line[2:])]
-            done = subprocess.run(emulator + [kova, "--settings", work] + arguments, cwd=work,
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                  stdin=subprocess.DEVNULL, timeout=120)
+            done = run_kova(line)
             for stream in (done.stdout, done.stderr):
                 text = name_places(stream.decode("utf-8", "replace"))
                 actual.extend(text.splitlines())
             actual.append("exit %d" % done.returncode)
         else:
+            if line.startswith("% "):
+                run_kova(line)
             actual.append(line)
     actual_text = "\n".join(actual) + "\n"
     if actual_text == name_places(expected):
