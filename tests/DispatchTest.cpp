@@ -11,6 +11,17 @@ namespace {
 
 class DispatchTest : public KernelTest {};
 
+// A method name of the full 32 bytes with no terminator, followed by bytes
+// that a reader going past the 32 would take as part of it.
+struct UnterminatedName {
+    char name[32];
+    char after[8];
+    UnterminatedName() {
+        std::memset(name, 'q', sizeof name);
+        std::memcpy(after, "TAIL", 5);
+    }
+};
+
 TEST_F(DispatchTest, OverridingMethodIsFoundInTheClassAndParentSendReachesTheAncestor) {
     kvObject square = make("Square", 4, 3);
     ASSERT_NE(square, nullptr);
@@ -77,12 +88,7 @@ TEST_F(DispatchTest, NamesAreComparedOnTheirFirst32Bytes) {
 // A name of 32 bytes needs no terminator; every report of it shows those 32
 // bytes and reads no further.
 TEST_F(DispatchTest, AnUnterminatedNameOf32BytesIsReportedAsTheKernelReadsIt) {
-    struct {
-        char name[32];
-        char after[8];
-    } unterminated;
-    std::memset(unterminated.name, 'q', sizeof unterminated.name);
-    std::memcpy(unterminated.after, "TAIL", 5);
+    const UnterminatedName unterminated;
     const std::string shown(32, 'q');
 
     EXPECT_EQ(kvSendMeth(&error, make("Shape", 3), unterminated.name), 0);
@@ -110,12 +116,7 @@ TEST_F(DispatchTest, AnUnterminatedNameOf32BytesIsReportedAsTheKernelReadsIt) {
 // first bytes ("areaE" falls in the bucket of "area").
 TEST_F(DispatchTest, AMissedNameIsReportedAtEverySendAndHidesNoMethod) {
     kvObject square = make("Square", 4, 3);
-    struct {
-        char name[32];
-        char after[8];
-    } unterminated;
-    std::memset(unterminated.name, 'q', sizeof unterminated.name);
-    std::memcpy(unterminated.after, "TAIL", 5);
+    const UnterminatedName unterminated;
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(kvSendMeth(&error, square, "areaE", 5), 0);
         EXPECT_EQ(errorMessage(error), "An unimplemented method areaE was sent to class Square");
