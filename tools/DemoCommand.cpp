@@ -22,8 +22,9 @@ namespace fs = std::filesystem;
 namespace {
 
 const kova::tools::Command command{
-    "demo", "usage: kova demo [--pages N] [--seed N] [--resolution DPI] [--output FILE]\n"
-            "                 [--ini FILE] [--registry FILE] [--no-link] [--quiet]\n\n"
+    "demo", "usage: kova demo [--pages N] [--seed N] [--resolution DPI] [--kind KIND]\n"
+            "                 [--compression C] [--output FILE] [--ini FILE]\n"
+            "                 [--registry FILE] [--no-link] [--quiet]\n\n"
             "Runs the demo components: a scanner makes N pages (default 4; odd pages\n"
             "bilevel, even pages greyscale) from the seed, a recognizer linked to its\n"
             "image data reads each page's bar code and page-number field, and the pages\n"
@@ -33,6 +34,9 @@ const kova::tools::Command command{
             "                   4 GB, some 950 pages at 300 dpi)\n"
             "  --seed N         the batch's seed: the same seed gives the same pages\n"
             "  --resolution DPI pages of letter size at this resolution (default 300)\n"
+            "  --kind KIND      bilevel, greyscale or alternating pages (the default)\n"
+            "  --compression C  the pages' strips: auto (the default: PackBits for\n"
+            "                   bilevel pages, none for greyscale), none or packbits\n"
             "  --output FILE    the TIFF file to write\n"
             "  --ini FILE       the protocol table (default DEMOSCAN.INI beside kova)\n"
             "  --registry FILE  the registry store to use (default: a private one that\n"
@@ -46,6 +50,8 @@ struct Options {
     unsigned pages = 4;
     unsigned long seed = 1;
     int resolution = 300;
+    int colorMode = 2;
+    int compression = 0;
     std::string output = "demo.tif";
     std::string ini;
     std::string registry;
@@ -59,6 +65,29 @@ bool parseNumber(const char* text, unsigned long low, unsigned long high, unsign
     if (!*text || *end || value < low || value > high || text[0] == '-') return false;
     out = value;
     return true;
+}
+
+// The words of --kind and --compression and the scanner's values for them.
+struct Choice {
+    const char* word;
+    int value;
+};
+constexpr Choice pageKinds[] = {{"bilevel", 0}, {"greyscale", 1}, {"alternating", 2}};
+constexpr Choice compressions[] = {{"auto", 0}, {"none", 1}, {"packbits", 32773}};
+
+template <size_t N> int choiceOf(const char* word, const Choice (&choices)[N]) {
+    for (const Choice& choice : choices)
+        if (!std::strcmp(word, choice.word)) return choice.value;
+    return -1;
+}
+
+// What the file's pages are, for the report.
+std::string describePages(int colorMode, int compression) {
+    const char* bilevel = compression == 1 ? "bilevel uncompressed" : "bilevel PackBits";
+    const char* grey = compression == 32773 ? "greyscale PackBits" : "greyscale uncompressed";
+    if (colorMode == 0) return bilevel;
+    if (colorMode == 1) return grey;
+    return std::string(bilevel) + ", " + grey;
 }
 
 int parseOptions(int argc, char** argv, Options& options) {
@@ -88,6 +117,17 @@ int parseOptions(int argc, char** argv, Options& options) {
                 return command.badUsage("--resolution takes 50 to 600 dots per inch, not " +
                                         kova::tools::quoted(text));
             options.resolution = static_cast<int>(number);
+        } else if (arg == "--kind" || arg == "--compression") {
+            const bool kind = arg == "--kind";
+            const char* text = value(kind ? "a page kind" : "a compression");
+            if (!text) return kova::tools::BadUsage;
+            const int chosen = kind ? choiceOf(text, pageKinds) : choiceOf(text, compressions);
+            if (chosen < 0)
+                return command.badUsage(
+                    arg + " takes " +
+                    (kind ? "bilevel, greyscale or alternating" : "auto, none or packbits") +
+                    ", not " + kova::tools::quoted(text));
+            (kind ? options.colorMode : options.compression) = chosen;
         } else if (arg == "--output" || arg == "--ini" || arg == "--registry") {
             const char* text = value("a file name");
             if (!text) return kova::tools::BadUsage;
@@ -138,6 +178,8 @@ BatchSettings Demo::settingsOf(const Options& options) {
     settings.pages = options.pages;
     settings.seed = options.seed;
     settings.resolution = options.resolution;
+    settings.colorMode = options.colorMode;
+    settings.compression = options.compression;
     settings.output = options.output;
     settings.link = options.link;
     return settings;
@@ -171,8 +213,9 @@ void Demo::report(unsigned scanned, unsigned restored, double seconds) const {
                                                  : "none (the recognizer is not linked)");
     std::error_code ignored;
     if (scanned)
-        std::printf("  file: %s, %ju bytes, %u pages (bilevel PackBits, greyscale uncompressed)\n",
-                    options_.output.c_str(), fs::file_size(options_.output, ignored), scanned);
+        std::printf("  file: %s, %ju bytes, %u page%s (%s)\n", options_.output.c_str(),
+                    fs::file_size(options_.output, ignored), scanned, scanned == 1 ? "" : "s",
+                    describePages(options_.colorMode, options_.compression).c_str());
     std::printf("  settings saved and restored into a fresh scanner: %u of 5 equal\n", restored);
 }
 

@@ -88,6 +88,7 @@ bool Batch::scan(unsigned& scanned) {
     store(scanner_, "PageCount", settings_.pages);
     store(scanner_, "Seed", static_cast<kvArg>(settings_.seed));
     store(scanner_, "ColorMode", settings_.colorMode);
+    store(scanner_, "Compression", settings_.compression);
     store(scanner_, "Resolution", settings_.resolution);
     store(scanner_, "OutputToFile", 1);
     store(scanner_, "OutputFileName", reinterpret_cast<kvArg>(settings_.output.c_str()));

@@ -31,6 +31,9 @@ struct BatchSettings {
     // The scanner's ColorMode: 0 bilevel, 1 greyscale, 2 alternating (odd
     // pages bilevel), its own default.
     int colorMode = 2;
+    // The scanner's Compression: 0 by page kind (PackBits bilevel pages,
+    // uncompressed greyscale ones), 1 none, 32773 PackBits; its own default.
+    int compression = 0;
     std::string output = "demo.tif";
     bool link = true;
 };
