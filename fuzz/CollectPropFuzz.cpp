@@ -27,7 +27,9 @@ namespace {
 using kova::fuzz::messageBoxes;
 using kova::fuzz::require;
 using kova::fuzz::requireKernelErrors;
+using kova::fuzz::savedRecordOf;
 using kova::fuzz::startKernelOnce;
+using kova::fuzz::streamWith;
 
 constexpr uint16_t persistent = KV_OBJ_PERSISTENT;
 
@@ -99,40 +101,14 @@ kvObject makeCollection(kvObject* error) {
     return props;
 }
 
-// A growable stream holding the input, at its start.
-kvObject streamWith(kvObject* error, const uint8_t* data, size_t size) {
-    kvObject stream = kvNewObject(error, "MemStream", 0, 0);
-    require(stream != nullptr);
-    if (size) {
-        kvSendMeth(error, stream, "Write", data, static_cast<int32_t>(size));
-        kvSendMeth(error, stream, "Rewind");
-    }
-    return stream;
-}
-
-std::vector<uint8_t> bytesOf(kvObject stream) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(kvSendMeth(nullptr, stream, "getDataPtr"));
-    const auto length = static_cast<size_t>(kvSendMeth(nullptr, stream, "getLength"));
-    return bytes ? std::vector<uint8_t>(bytes, bytes + length) : std::vector<uint8_t>{};
-}
-
 void requireInsideStream(kvObject stream) {
     const kvResult position = kvSendMeth(nullptr, stream, "getPos");
     require(position >= 0 && position <= kvSendMeth(nullptr, stream, "getLength"));
 }
 
-// Every error in the slot is one of the kernel's numbers; the slot is emptied.
-std::vector<uint8_t> recordOf(kvObject* error, kvObject property) {
-    kvObject saved = kvNewObject(error, "MemStream", 0, 0);
-    kvSendMeth(error, property, "writeToStream", saved);
-    std::vector<uint8_t> bytes = bytesOf(saved);
-    kvDelObject(error, saved);
-    return bytes;
-}
-
 // The collection saved again is a whole frame: magic first, marker last.
 void requireWholeFrame(kvObject* error, kvObject props) {
-    const std::vector<uint8_t> frame = recordOf(error, props);
+    const std::vector<uint8_t> frame = savedRecordOf(error, props);
     static const uint8_t tail[] = "\x0bKvStreamEnd";
     require(frame.size() >= 16);
     require(std::memcmp(frame.data(), "TSVK", 4) == 0);
@@ -194,11 +170,11 @@ void readRecord(kvObject& error, std::string_view className, const uint8_t* data
     kvSendMeth(&error, property, "readFromStream", stream);
     requireInsideStream(stream);
     if (className != "CollectProp") {
-        const std::vector<uint8_t> saved = recordOf(&error, property);
+        const std::vector<uint8_t> saved = savedRecordOf(&error, property);
         kvObject copy = makeProperty(&error, className, "P", copyFields);
         kvObject again = streamWith(&error, saved.data(), saved.size());
         require(kvSendMeth(&error, copy, "readFromStream", again) == 0);
-        require(recordOf(&error, copy) == saved);
+        require(savedRecordOf(&error, copy) == saved);
         kvDelObject(&error, again);
         kvDelObject(&error, copy);
     }

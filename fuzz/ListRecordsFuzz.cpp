@@ -18,27 +18,9 @@ namespace {
 
 using kova::fuzz::require;
 using kova::fuzz::requireKernelErrors;
+using kova::fuzz::savedRecordOf;
 using kova::fuzz::startKernelOnce;
-
-kvObject streamWith(kvObject* error, const uint8_t* data, size_t size) {
-    kvObject stream = kvNewObject(error, "MemStream", 0, 0);
-    require(stream != nullptr);
-    if (size) {
-        kvSendMeth(error, stream, "Write", data, static_cast<int32_t>(size));
-        kvSendMeth(error, stream, "Rewind");
-    }
-    return stream;
-}
-
-std::vector<uint8_t> saved(kvObject* error, kvObject property) {
-    kvObject stream = kvNewObject(error, "MemStream", 0, 0);
-    kvSendMeth(error, property, "writeToStream", stream);
-    const auto* bytes = reinterpret_cast<const uint8_t*>(kvSendMeth(nullptr, stream, "getDataPtr"));
-    const auto length = static_cast<size_t>(kvSendMeth(nullptr, stream, "getLength"));
-    std::vector<uint8_t> record(bytes, bytes + length);
-    kvDelObject(error, stream);
-    return record;
-}
+using kova::fuzz::streamWith;
 
 // Every index the list claims answers; the selection is inside or none.
 void useList(kvObject* error, kvObject list, const char* read, kvResult none) {
@@ -64,10 +46,10 @@ void readInto(kvObject& error, const char* className, const uint8_t* data, size_
     requireKernelErrors(error);
     if (answer == 0) {
         // What was read saves a record that reads back to the same record.
-        const std::vector<uint8_t> first = saved(&error, property);
+        const std::vector<uint8_t> first = savedRecordOf(&error, property);
         kvObject again = streamWith(&error, first.data(), first.size());
         require(kvSendMeth(&error, property, "readFromStream", again) == 0);
-        require(saved(&error, property) == first);
+        require(savedRecordOf(&error, property) == first);
         kvDelObject(&error, again);
     }
     kvDelObject(&error, stream);

@@ -46,16 +46,11 @@ const kova::tools::Command command{
             "Exit status: 0 every page recognised as scanned, 1 an error or a page read\n"
             "wrongly, 2 bad usage.\n"};
 
+// The batch's own settings, and what only the command needs.
 struct Options {
-    unsigned pages = 4;
-    unsigned long seed = 1;
-    int resolution = 300;
-    int colorMode = 2;
-    int compression = 0;
-    std::string output = "demo.tif";
+    kova::tools::demo::BatchSettings batch;
     std::string ini;
     std::string registry;
-    bool link = true;
     bool quiet = false;
 };
 
@@ -103,20 +98,20 @@ int parseOptions(int argc, char** argv, Options& options) {
             if (!parseNumber(text, 0, 65535, number))
                 return command.badUsage("--pages takes 0 to 65535, not " +
                                         kova::tools::quoted(text));
-            options.pages = static_cast<unsigned>(number);
+            options.batch.pages = static_cast<unsigned>(number);
         } else if (arg == "--seed") {
             const char* text = value("a number");
             if (!text) return kova::tools::BadUsage;
             if (!parseNumber(text, 0, 0x7FFFFFFF, number))
                 return command.badUsage("--seed takes a number, not " + kova::tools::quoted(text));
-            options.seed = number;
+            options.batch.seed = number;
         } else if (arg == "--resolution") {
             const char* text = value("a resolution");
             if (!text) return kova::tools::BadUsage;
             if (!parseNumber(text, 50, 600, number))
                 return command.badUsage("--resolution takes 50 to 600 dots per inch, not " +
                                         kova::tools::quoted(text));
-            options.resolution = static_cast<int>(number);
+            options.batch.resolution = static_cast<int>(number);
         } else if (arg == "--kind" || arg == "--compression") {
             const bool kind = arg == "--kind";
             const char* text = value(kind ? "a page kind" : "a compression");
@@ -127,15 +122,15 @@ int parseOptions(int argc, char** argv, Options& options) {
                     arg + " takes " +
                     (kind ? "bilevel, greyscale or alternating" : "auto, none or packbits") +
                     ", not " + kova::tools::quoted(text));
-            (kind ? options.colorMode : options.compression) = chosen;
+            (kind ? options.batch.colorMode : options.batch.compression) = chosen;
         } else if (arg == "--output" || arg == "--ini" || arg == "--registry") {
             const char* text = value("a file name");
             if (!text) return kova::tools::BadUsage;
-            (arg == "--output" ? options.output
+            (arg == "--output" ? options.batch.output
              : arg == "--ini"  ? options.ini
                                : options.registry) = text;
         } else if (arg == "--no-link") {
-            options.link = false;
+            options.batch.link = false;
         } else if (arg == "--quiet") {
             options.quiet = true;
         } else {
@@ -153,37 +148,22 @@ int printMessageBox(const char* text, const char* caption, unsigned) {
 }
 
 using kova::tools::demo::Batch;
-using kova::tools::demo::BatchSettings;
 
 class Demo {
   public:
     Demo(const Options& options)
-        : options_(options), host_(options.pages, options.quiet),
-          batch_(settings_, host_, printFailure) {}
+        : options_(options), host_(options.batch.pages, options.quiet),
+          batch_(options.batch, host_, printFailure) {}
     int run();
 
   private:
-    static BatchSettings settingsOf(const Options& options);
     static void printFailure(const std::string& what, kvObject errors);
     void report(unsigned scanned, unsigned restored, double seconds) const;
 
     const Options& options_;
     kova::tools::demo::Host host_;
-    BatchSettings settings_ = settingsOf(options_);
     Batch batch_;
 };
-
-BatchSettings Demo::settingsOf(const Options& options) {
-    BatchSettings settings;
-    settings.pages = options.pages;
-    settings.seed = options.seed;
-    settings.resolution = options.resolution;
-    settings.colorMode = options.colorMode;
-    settings.compression = options.compression;
-    settings.output = options.output;
-    settings.link = options.link;
-    return settings;
-}
 
 void Demo::printFailure(const std::string& what, kvObject errors) {
     command.fail(what);
@@ -213,9 +193,9 @@ void Demo::report(unsigned scanned, unsigned restored, double seconds) const {
                                                  : "none (the recognizer is not linked)");
     std::error_code ignored;
     if (scanned)
-        std::printf("  file: %s, %ju bytes, %u page%s (%s)\n", options_.output.c_str(),
-                    fs::file_size(options_.output, ignored), scanned, scanned == 1 ? "" : "s",
-                    describePages(options_.colorMode, options_.compression).c_str());
+        std::printf("  file: %s, %ju bytes, %u page%s (%s)\n", options_.batch.output.c_str(),
+                    fs::file_size(options_.batch.output, ignored), scanned, scanned == 1 ? "" : "s",
+                    describePages(options_.batch.colorMode, options_.batch.compression).c_str());
     std::printf("  settings saved and restored into a fresh scanner: %u of 5 equal\n", restored);
 }
 
@@ -228,7 +208,7 @@ int Demo::run() {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report(scanned, restored, seconds);
-    bool allRight = scanned == options_.pages && restored == 5;
+    bool allRight = scanned == options_.batch.pages && restored == 5;
     for (const auto& page : host_.pages())
         allRight = allRight && page.matches;
     return allRight ? kova::tools::Success : kova::tools::Failed;
