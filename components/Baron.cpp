@@ -7,11 +7,14 @@
 #include "kova/version.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstring>
 #include <string>
 
 namespace {
+
+using kova::props::textArg;
 
 #pragma pack(push, 1)
 struct BaronData {
@@ -56,10 +59,6 @@ KV_EMPTY_METHOD_TABLE(baronClassMethods);
 
 BaronData* baronOf(void* instData) {
     return static_cast<BaronData*>(instData);
-}
-
-const char* textArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
 }
 
 int32_t numericSetting(const char* name) {

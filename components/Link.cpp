@@ -9,10 +9,14 @@
 #include "kova/plr.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstring>
 
 namespace {
+
+using kova::props::isBlank;
+using kova::props::textArg;
 
 #pragma pack(push, 1)
 struct LinkData {
@@ -52,14 +56,6 @@ KV_EMPTY_METHOD_TABLE(linkClassMethods);
 
 LinkData* linkOf(void* instData) {
     return static_cast<LinkData*>(instData);
-}
-
-const char* textArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
-}
-
-bool isBlank(const char* text) {
-    return !text || !*text;
 }
 
 kvObject objectAnswer(kvObject* errSlot, kvObject receiver, const char* message) {

@@ -12,10 +12,14 @@
 #include "kova/version.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstring>
 
 namespace {
+
+using kova::props::objectArg;
+using kova::props::textArg;
 
 #pragma pack(push, 1)
 struct PMData {
@@ -74,14 +78,6 @@ KV_EMPTY_METHOD_TABLE(pmClassMethods);
 
 PMData* pmOf(void* instData) {
     return static_cast<PMData*>(instData);
-}
-
-const char* textArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
-}
-
-kvObject objectArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<kvObject>(kvArgAt(args, index));
 }
 
 // The packed instance data's owned strings and arrays go through aligned
@@ -376,7 +372,8 @@ KV_METHOD(PM, processError) {
     int32_t onError = 0;
     if (kvGetRegistrySetting("VersionChecking\\OnError", &onError, 1) && onError) {
         kova::PrivateSlot checkFailed;
-        kvSendMeth(checkFailed.get(), self, "checkVersionAPI", int32_t{KV_VERSION_ON_ERROR}, onError);
+        kvSendMeth(checkFailed.get(), self, "checkVersionAPI", int32_t{KV_VERSION_ON_ERROR},
+                   onError);
     }
     int16_t action = 0;
     if (!(flags & KV_ERROR_NO_REPORTING_EVENT))

@@ -64,13 +64,9 @@ void fireServiceNotification(const char* service, int32_t kind, const char* fqn)
     if (raised) kova::kernel::discardErrors(raised);
 }
 
-bool sameText(const char* a, const char* b) {
-    return std::strcmp(a, b) == 0;
-}
-
 // The rule names compare as written, except "self", which any case names.
 bool isRule(const char* rule, const char* name) {
-    return sameText(rule, name);
+    return std::strcmp(rule, name) == 0;
 }
 
 bool isSelfRule(const char* rule) {

@@ -5,10 +5,15 @@
 #include "errors/Raise.hpp"
 #include "kova/plr.h"
 #include "platform/Platform.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstring>
 
 namespace {
+
+using kova::props::isBlank;
+using kova::props::sameIgnoringCase;
+using kova::props::textArg;
 
 // One offered service; the two strings are owned copies.
 struct ServiceRecord {
@@ -37,24 +42,6 @@ KV_EMPTY_METHOD_TABLE(servCollClassMethods);
 
 ServCollData* collOf(void* instData) {
     return static_cast<ServCollData*>(instData);
-}
-
-const char* textArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
-}
-
-bool isBlank(const char* text) {
-    return !text || !*text;
-}
-
-char foldCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool sameFQN(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (foldCase(*a) != foldCase(*b)) return false;
-    return *a == *b;
 }
 
 ServiceRecord* recordsOf(ServCollData* coll) {
@@ -136,7 +123,7 @@ KV_METHOD(ServColl, changeProviderFQN) {
     bool failed = false;
     for (int16_t i = 0; i < coll->count; ++i) {
         ServiceRecord& record = recordsOf(coll)[i];
-        if (!sameFQN(record.providerFQN, oldFQN)) continue;
+        if (!sameIgnoringCase(record.providerFQN, oldFQN)) continue;
         char* copy = kova::platform::duplicate(newFQN);
         if (!copy || PLRChangeFQN(record.service, record.provider, newFQN) != PLR_OK) {
             kova::platform::release(copy);

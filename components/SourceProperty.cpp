@@ -10,10 +10,15 @@
 #include "kova/plr.h"
 #include "platform/Platform.hpp"
 #include "properties/PrivateSlot.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstring>
 
 namespace {
+
+using kova::props::isBlank;
+using kova::props::sameIgnoringCase;
+using kova::props::textArg;
 
 #pragma pack(push, 1)
 struct SourcePropertyData {
@@ -62,24 +67,6 @@ KV_EMPTY_METHOD_TABLE(sourcePropertyClassMethods);
 
 SourcePropertyData* sourceOf(void* instData) {
     return static_cast<SourcePropertyData*>(instData);
-}
-
-const char* textArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
-}
-
-bool isBlank(const char* text) {
-    return !text || !*text;
-}
-
-char foldCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool sameName(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (foldCase(*a) != foldCase(*b)) return false;
-    return *a == *b;
 }
 
 kvObject ownerOf(kvObject* errSlot, kvObject self) {
@@ -228,7 +215,8 @@ KV_METHOD(SourceProperty, getString) {
 KV_METHOD(SourceProperty, isA) {
     (void)instData;
     const char* name = textArg(args, 0);
-    if (name && (sameName(name, "StrListProp") || sameName(name, "StrEnumProp"))) return 1;
+    if (name && (sameIgnoringCase(name, "StrListProp") || sameIgnoringCase(name, "StrEnumProp")))
+        return 1;
     kvSendParentMethNA(errSlot, SourcePropertyClass, self, "isA", args);
     return 0;
 }

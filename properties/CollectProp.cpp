@@ -23,6 +23,10 @@
 
 namespace {
 
+using kova::props::isBlank;
+using kova::props::objectArg;
+using kova::props::textArg;
+
 kvClass CollectPropClass = nullptr;
 
 #pragma pack(push, 1)
@@ -70,18 +74,6 @@ KV_EMPTY_METHOD_TABLE(collectPropClassMethods);
 
 CollectPropData* dataOf(void* instData) {
     return static_cast<CollectPropData*>(instData);
-}
-
-kvObject objectArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<kvObject>(kvArgAt(args, index));
-}
-
-const char* stringArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<const char*>(kvArgAt(args, index));
-}
-
-bool isBlank(const char* name) {
-    return !name || !*name;
 }
 
 const char* nameOf(kvObject* errSlot, kvObject member) {
@@ -420,7 +412,7 @@ KV_METHOD(CollectProp, delProperty) {
 // (no such member).
 KV_METHOD(CollectProp, setCurrentByName) {
     const CollectPropData* data = dataOf(instData);
-    const char* name = stringArg(args, 0);
+    const char* name = textArg(args, 0);
     if (isBlank(name)) {
         kova::raiseError(errSlot, self, CollectPropClass, 3497);
         return -1;
@@ -454,7 +446,7 @@ KV_METHOD(CollectProp, setCurrentByName) {
 // the members (a rename's veto check, say) does not disturb the walk.
 KV_METHOD(CollectProp, getPropByName) {
     const CollectPropData* data = dataOf(instData);
-    const char* name = stringArg(args, 0);
+    const char* name = textArg(args, 0);
     if (isBlank(name)) return kova::raiseError(errSlot, self, CollectPropClass, 3497);
     if (!data->collection) return kova::raiseError(errSlot, self, CollectPropClass, 3442);
     const kvObject collection = data->collection;
@@ -548,7 +540,7 @@ KV_METHOD(CollectProp, getPropCollect) {
 // name in any case. The renamed member counts too: changing only the case of
 // a name (Width to WIDTH) is vetoed, as a member of that name exists.
 KV_METHOD(CollectProp, OnWillChangeName) {
-    const char* newName = stringArg(args, 3);
+    const char* newName = textArg(args, 3);
     if (isBlank(newName) || !dataOf(instData)->collection) return 0;
     if (!lookUp(self, newName)) {
         if (auto* index = kova::props::NameIndex::existing(self))

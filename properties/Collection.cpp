@@ -4,12 +4,15 @@
 // failing call leaves the collection as it was.
 #include "errors/Raise.hpp"
 #include "platform/Platform.hpp"
+#include "properties/PropertySupport.hpp"
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 namespace {
+
+using kova::props::objectArg;
 
 kvClass CollectionClass = nullptr;
 
@@ -46,10 +49,6 @@ KV_EMPTY_METHOD_TABLE(collectionClassMethods);
 
 CollectionData* dataOf(void* instData) {
     return static_cast<CollectionData*>(instData);
-}
-
-kvObject objectArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<kvObject>(kvArgAt(args, index));
 }
 
 // Resizes the array to hold `slots` handles. On failure the array is as it

@@ -14,6 +14,8 @@
 
 namespace {
 
+using kova::props::objectArg;
+
 #pragma pack(push, 1)
 struct PropertyData {
     kvObject owner; // the object holding this property; not owned
@@ -51,10 +53,6 @@ KV_EMPTY_METHOD_TABLE(propertyClassMethods);
 
 PropertyData* dataOf(void* instData) {
     return static_cast<PropertyData*>(instData);
-}
-
-kvObject objectArg(const kvArgs* args, size_t index) {
-    return reinterpret_cast<kvObject>(kvArgAt(args, index));
 }
 
 // Replaces the stored name through utilSetString (same answer). The name

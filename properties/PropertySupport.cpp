@@ -26,18 +26,12 @@ bool isBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
-bool equalsIgnoringCase(const char* text, const char* word) {
-    for (; *text && *word; ++text, ++word)
-        if (std::tolower(static_cast<unsigned char>(*text)) != *word) return false;
-    return *text == *word;
-}
-
 // 1 for "true" or "1", 0 for "false" or "0" (any case), -1 for anything
 // else, null included.
 int parseTruth(const char* text) {
     if (!text) return -1;
-    if (equalsIgnoringCase(text, "true") || std::strcmp(text, "1") == 0) return 1;
-    if (equalsIgnoringCase(text, "false") || std::strcmp(text, "0") == 0) return 0;
+    if (sameIgnoringCase(text, "true") || std::strcmp(text, "1") == 0) return 1;
+    if (sameIgnoringCase(text, "false") || std::strcmp(text, "0") == 0) return 0;
     return -1;
 }
 

@@ -1,5 +1,5 @@
-// What the value-holding property classes share: reading their arguments, the
-// text forms of numbers and truth values, heap copies that report a lack of
+// What the property and component classes share: reading their arguments,
+// comparing names, the text forms of numbers and truth values, heap copies that report a lack of
 // memory, and the pieces of their saved records (the flags word, integers and
 // counted byte runs), read defensively because a stream may hold anything.
 // Internal to the library.
@@ -25,8 +25,27 @@ inline const char* textArg(const kvArgs* args, size_t index) {
     return reinterpret_cast<const char*>(kvArgAt(args, index));
 }
 
+inline kvObject objectArg(const kvArgs* args, size_t index) {
+    return reinterpret_cast<kvObject>(kvArgAt(args, index));
+}
+
 template <typename T> T* pointerArg(const kvArgs* args, size_t index) {
     return reinterpret_cast<T*>(kvArgAt(args, index));
+}
+
+// ---- names ----
+
+// Null or empty.
+inline bool isBlank(const char* text) {
+    return !text || !*text;
+}
+
+// Two names equal without regard to (ASCII) case.
+inline bool sameIgnoringCase(const char* a, const char* b) {
+    auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    for (; *a && *b; ++a, ++b)
+        if (fold(*a) != fold(*b)) return false;
+    return *a == *b;
 }
 
 // ---- text forms ----
