@@ -291,9 +291,11 @@ KV_METHOD(TiffTag, _resetContents) {
 // Writes each directory that has grown since it was read at the end of the
 // file, on an even offset, and points the link that led to it there: the
 // previous record's next link, or the header's first offset. A directory
-// added in memory has no place in the file yet and is placed the same way,
-// even while empty, so that the flush never writes it over the header at
-// offset 0. Works only while a directory with entries is selected.
+// added in memory has no place in the file yet (an added record is given no
+// file offset); it is placed the same way, even while empty, because the
+// flush writes every record at its offset and a record without one would go
+// over the header at offset 0 and leave the file unreadable. Works only
+// while a directory with entries is selected.
 KV_METHOD(TiffTag, _writeNewIFDs) {
     (void)args;
     TiffTagData* tiff = dataOf(instData);
@@ -398,8 +400,9 @@ KV_METHOD(TiffTag, addTag) {
     Entry& entry = ifd->entries[index];
     if (items <= entry.count) {
         if (bytes > kova::tiff::valueFieldSize) {
-            // The old items must lie in the file: an offset past its end is
-            // bad data, not a place to write.
+            // Departure: the old items must lie in the file. An offset past
+            // its end comes from a damaged or hostile file, and writing there
+            // would grow the file to as much as 4 GB; it is a failed seek.
             if (entry.value > fileLength(tiff->file) || !seekTo(tiff->file, entry.value)) {
                 raise(errSlot, self, 3434);
                 return -1;
